@@ -1,0 +1,45 @@
+#pragma once
+
+#include <compare>
+#include <ostream>
+
+#include "framework/Vellor/String8.h"
+#include "framework/Vellor/Types.h"
+
+namespace Vellor {
+
+/// A number that names something: copied, ordered and hashed by its value. `Tag` keeps the kinds
+/// apart.
+template <class Tag, class Rep, Rep kDefault>
+class Identifier {
+ public:
+  using Value = Rep;
+
+  constexpr Identifier() = default;
+
+  constexpr Identifier(Rep value) : value_(value) {}
+
+  constexpr Rep value() const { return value_; }
+
+  constexpr void valueIs(Rep value) { value_ = value; }
+
+  /// The value itself, its low 32 bits where it is wider.
+  constexpr U32 hash() const { return static_cast<U32>(value_); }
+
+  friend constexpr bool operator==(Identifier, Identifier) = default;
+  friend constexpr auto operator<=>(Identifier, Identifier) = default;
+
+  /// The bare decimal value.
+  friend String8 valueToStrep(Identifier identifier) {
+    return format("%llu", static_cast<unsigned long long>(identifier.value_));
+  }
+
+  friend std::ostream& operator<<(std::ostream& stream, Identifier identifier) {
+    return stream << static_cast<unsigned long long>(identifier.value_);
+  }
+
+ private:
+  Rep value_ = kDefault;
+};
+
+}  // namespace Vellor

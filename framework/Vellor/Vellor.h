@@ -1,0 +1,22 @@
+#pragma once
+
+// The entity framework, whole.
+#include "framework/Vellor/Attribute.h"
+#include "framework/Vellor/DynArray.h"
+#include "framework/Vellor/Entity.h"
+#include "framework/Vellor/Enumeration.h"
+#include "framework/Vellor/Exception.h"
+#include "framework/Vellor/Export.h"
+#include "framework/Vellor/Hash.h"
+#include "framework/Vellor/HashMap.h"
+#include "framework/Vellor/Identifier.h"
+#include "framework/Vellor/Invariant.h"
+#include "framework/Vellor/LinkQueue.h"
+#include "framework/Vellor/Pool.h"
+#include "framework/Vellor/Ptr.h"
+#include "framework/Vellor/PtrInterface.h"
+#include "framework/Vellor/RbTreeMap.h"
+#include "framework/Vellor/Schema.h"
+#include "framework/Vellor/String8.h"
+#include "framework/Vellor/Trace.h"
+#include "framework/Vellor/Types.h"
