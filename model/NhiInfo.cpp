@@ -1,0 +1,14 @@
+#include "model/NhiInfo.h"
+
+namespace Quarle::Tarnlet {
+
+VELLOR_FWK_TYPE(NhiInfo, "Quarle::Tarnlet::NhiInfo");
+
+Vellor::String8 NhiInfo::str() const {
+  return Vellor::format("%s/%s/%u", nhiInfoKey_.str().charPtr(), nhiBaseIdx_.str().charPtr(),
+                        subTrieCount_);
+}
+
+NhiInfo::Ptr nhiInfoFactory(const NhiInfoKey& nhiInfoKey) { return new NhiInfo(nhiInfoKey); }
+
+}  // namespace Quarle::Tarnlet

@@ -1,0 +1,35 @@
+#include "model/NhiInfoKey.h"
+
+#include "framework/Vellor/Hash.h"
+
+namespace Quarle::Tarnlet {
+
+U32 NhiInfoKey::computeHash() const {
+  Vellor::OneAtATimeHash hash;
+  for (const auto& member : slotToNextHopBlock_) {
+    hash.addByte(member.key);
+    hash.addU32(member.value.hash());
+  }
+  return hash.finish();
+}
+
+Vellor::String8 NhiInfoKey::str() const {
+  return Vellor::format("0x%x,%u", hash(), slotToNextHopBlocks());
+}
+
+bool operator<(const NhiInfoKey& a, const NhiInfoKey& b) {
+  for (const auto& member : a.slotToNextHopBlock_) {
+    if (member.value.hash() < b.slotToNextHopBlock(member.key).hash()) {
+      return true;
+    }
+  }
+  return false;
+}
+
+Vellor::String8 valueToStrep(const NhiInfoKey&) { return "None"; }
+
+std::ostream& operator<<(std::ostream& stream, const NhiInfoKey& key) {
+  return stream << valueToStrep(key);
+}
+
+}  // namespace Quarle::Tarnlet
