@@ -1,0 +1,5 @@
+#pragma once
+
+// The prefix table engine, whole.
+#include "engine/LpmSm.h"
+#include "engine/RestartHelperBase.h"
