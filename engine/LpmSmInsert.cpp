@@ -143,6 +143,7 @@ RouteReturnCode LpmSm::insertPrefixToRow(const LpmPrefix::Ptr& lpmPrefix,
                           << " prefixTableIdx " << index);
   const SubTrie::Ptr subTrie = prefixTable->subTrie(index);
   if (subTrie) {
+    subTrie->prefetchParts();
     return insertPrefixToSubTrie(lpmPrefix, subTrie);
   }
   VELLOR_TRACE(tarnletSmTrace, kTraceLevel, " prefixTableIdx not in subTrie ");

@@ -25,10 +25,12 @@ NhiInfoKey LpmSm::generateNhiInfoKey(const SubTrie::Ptr& subTrie) const {
   // they overlap.
   std::array<const LpmPrefix::Ptr*, 256> inSlot;
   for (U32 slot = 0; slot < slots; ++slot) {
-    const auto* member = prefixes.find(static_cast<U8>(slot));
-    inSlot[slot] = member != nullptr && member->value != nullptr ? &member->value : nullptr;
+    const LpmPrefix::Ptr* prefix = prefixes.find(static_cast<U8>(slot));
+    inSlot[slot] = prefix != nullptr && *prefix != nullptr ? prefix : nullptr;
     if (inSlot[slot] != nullptr) {
       requests.prefetch(*inSlot[slot]);
+      // The write command will count a reference on it.
+      __builtin_prefetch(inSlot[slot]->get(), 1);
     }
   }
   NhiInfoKey key;
@@ -131,6 +133,10 @@ void LpmSm::releaseNhiInfo(const SubTrie::Ptr& subTrie) {
 
 bool LpmSm::updateNhiInfoForSubTrie(const SubTrie::Ptr& subTrie) {
   constexpr U32 kFlowLevel = 3;
+  // Where the old block's records stand; what comes first needs them not yet.
+  sharedNhi_.prefetch(subTrie->nhiInfoKey());
+  nhiBaseIdxToSubTrie_.prefetch(subTrie->nhiBaseIdx());
+  nhiBaseIdxToBlk_.prefetch(subTrie->nhiBaseIdx());
   const NhiInfoKey key = generateNhiInfoKey(subTrie);
   VELLOR_TRACE(tarnletSmTrace, kFlowLevel,
                " subtrie " << subTrie->str() << " new subTrieNhiInfoKey " << key.str());

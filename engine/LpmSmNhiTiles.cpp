@@ -29,7 +29,7 @@ bool LpmSm::isNhiBlockAvailable(U8 numPrefixes) const {
   for (const auto& member : nhiAllocator_) {
     const U32 freeEntries = member.value->freeEntries();
     VELLOR_TRACE(tarnletSmTrace, kTraceLevel,
-                 " tile " << member.key << " free entries " << freeEntries);
+                 " tile " << member.memberKey() << " free entries " << freeEntries);
     if (freeEntries >= size) {
       return true;
     }
@@ -49,7 +49,7 @@ NhiTableIdx LpmSm::allocateNhiBlock(U8 numPrefixes) {
     start = nhiAllocator_.first();
   }
   VELLOR_ASSERT(start, "allocatorIter");
-  const NhiTileIdx tile = start->key;
+  const NhiTileIdx tile = start->memberKey();
 
   // Every tile with enough free entries is made ready to serve, compacted if need be, and the last
   // of them serves. Carving a block in the others too would change nothing, since only the last
@@ -58,7 +58,7 @@ NhiTableIdx LpmSm::allocateNhiBlock(U8 numPrefixes) {
   const auto* visited = start;
   do {
     Brumel::BestFitAllocator& allocator = *visited->value;
-    const NhiTileIdx visitedTile = visited->key;
+    const NhiTileIdx visitedTile = visited->memberKey();
     VELLOR_TRACE(tarnletSmTrace, kTraceLevel,
                  " trying to allocate in tile " << visitedTile << " free entries "
                                                 << allocator.freeEntries());

@@ -23,11 +23,11 @@ void LpmSm::generatePrefixTableWriteCmds(const SubTrie::Ptr& subTrie) {
   LpmPrefixList prefixList;
   prefixList.prefixReserve(subTrie->maxPrefixSlot());
   for (U32 slot = 0; slot < subTrie->maxPrefixSlot(); ++slot) {
-    const auto* member = prefixes.find(static_cast<U8>(slot));
-    if (member != nullptr && member->value != nullptr) {
+    const LpmPrefix::Ptr* prefix = prefixes.find(static_cast<U8>(slot));
+    if (prefix != nullptr && *prefix != nullptr) {
       VELLOR_TRACE(tarnletSmTrace, kTraceLevel,
-                   "  adding prefix " << member->value->stringValue() << " slot " << slot);
-      prefixList.prefixEnq(member->value);
+                   "  adding prefix " << (*prefix)->stringValue() << " slot " << slot);
+      prefixList.prefixEnq(*prefix);
     } else {
       VELLOR_TRACE(tarnletSmTrace, kTraceLevel,
                    "  adding empty prefix "

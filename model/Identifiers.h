@@ -37,6 +37,10 @@ class VELLOR_API NhiTableIdx {
 
   constexpr U32 hash() const { return (U32{tile_.value()} << 16) + offset_; }
 
+  static constexpr NhiTableIdx fromHash(U32 hash) {
+    return NhiTableIdx(static_cast<U8>(hash >> 16), static_cast<U16>(hash));
+  }
+
   /// Tile "," offset.
   Vellor::String8 str() const;
 

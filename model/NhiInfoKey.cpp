@@ -6,9 +6,16 @@ namespace Quarle::Tarnlet {
 
 U32 NhiInfoKey::computeHash() const {
   Vellor::OneAtATimeHash hash;
+  // Neighbours often go the same way: then the block's own hash is at hand.
+  NextHopBlock lastBlock;
+  U32 lastHash = lastBlock.hash();
   for (const auto& member : slotToNextHopBlock_) {
+    if (member.value != lastBlock) {
+      lastBlock = member.value;
+      lastHash = lastBlock.hash();
+    }
     hash.addByte(member.key);
-    hash.addU32(member.value.hash());
+    hash.addU32(lastHash);
   }
   return hash.finish();
 }

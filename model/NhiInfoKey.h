@@ -32,6 +32,8 @@ class VELLOR_API NhiInfoKey {
     slotToNextHopBlock_.append(slot, block);
   }
 
+  void prefetch() const { slotToNextHopBlock_.prefetch(); }
+
   /// The one-at-a-time hash over slots and the hashes of their blocks, in slot order; 0 for the
   /// empty key.
   U32 hash() const {

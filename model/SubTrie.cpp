@@ -1,7 +1,5 @@
 #include "model/SubTrie.h"
 
-#include <array>
-
 #include "framework/Vellor/Invariant.h"
 #include "model/PrefixTable.h"
 #include "model/TraceUnits.h"
@@ -83,25 +81,22 @@ void SubTrie::compactPrefixes() {
                " SubTrie::"
                    << "compactPrefixes"
                    << " subtrie " << str());
-  std::array<LpmPrefix::Ptr, 256> order;
-  U8 newSlot = 0;
-  for (const auto& member : prefix_) {
-    if (member.value == nullptr) {
-      VELLOR_TRACE(tarnletSmTrace, kTraceLevel, " empty prefix slot " << unsigned{newSlot});
+  // The new slots are the order of the walk. The inverse map has a member for each prefix already,
+  // so that numbering anew only overwrites.
+  prefix_.renumber();
+  if (prefixToSlots() != prefixs()) {
+    prefixToSlotDelAll();
+  }
+  const U8 newSlot = static_cast<U8>(prefixs());
+  for (U8 slot = 0; slot < newSlot; ++slot) {
+    const LpmPrefix::Ptr& prefix = *prefix_.find(slot);
+    if (prefix == nullptr) {
+      VELLOR_TRACE(tarnletSmTrace, kTraceLevel, " empty prefix slot " << unsigned{slot});
     } else {
       VELLOR_TRACE(tarnletSmTrace, kTraceLevel,
-                   " prefix " << member.value->stringValue() << " slot " << unsigned{newSlot});
+                   " prefix " << prefix->stringValue() << " slot " << unsigned{slot});
+      prefixToSlotIs(prefix, slot);
     }
-    order[newSlot] = member.value;
-    ++newSlot;
-  }
-  prefixToSlotDelAll();
-  prefixDelAll();
-  for (U8 slot = 0; slot < newSlot; ++slot) {
-    if (order[slot] != nullptr) {
-      prefixToSlotIs(order[slot], slot);
-    }
-    prefixIs(slot, order[slot]);
   }
   maxPrefixSlotIs(newSlot);
   prefixBitmapDel();

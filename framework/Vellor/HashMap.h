@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -24,6 +25,13 @@ inline constexpr bool isRelocatable = std::is_trivially_copyable_v<T>;
 template <class T>
 inline constexpr bool isRelocatable<Ptr<T>> = true;
 
+/// A key type whose hash tells the key: its values are numbers of at most 32 bits, or it can be
+/// made from its hash by `Key::fromHash`. A member of its maps keeps the hash in place of the key.
+template <class Key>
+concept HashIsKey = (std::is_integral_v<Key> && sizeof(Key) <= 4) || requires(U32 hash) {
+  { Key::fromHash(hash) } -> std::same_as<Key>;
+};
+
 namespace Detail {
 
 /// A member of a map from Key to Value. A member of a pointer-keyed map is vacant when its key is
@@ -35,6 +43,9 @@ struct MapMember {
   Value value;
 
   static constexpr bool kRelocatable = isRelocatable<Key> && isRelocatable<Value>;
+  // Hashes of numbers are no more even than the numbers: half full, a dense range of them spreads
+  // evenly, fuller it would heap up in parts of the array.
+  static constexpr U32 kSixteenthsFull = 8;
 
   MapMember(const Key& k, Value v) : key(k), used(true), value(std::move(v)) {}
 
@@ -55,6 +66,7 @@ struct MapMember<Ptr<T>, Value> {
   Value value;
 
   static constexpr bool kRelocatable = isRelocatable<Value>;
+  static constexpr U32 kSixteenthsFull = 13;
 
   MapMember(const Ptr<T>& k, Value v) : key(k), value(std::move(v)) {}
 
@@ -69,6 +81,34 @@ struct MapMember<Ptr<T>, Value> {
   static bool keyCanBeStored(const Ptr<T>& k) { return k != nullptr; }
 };
 
+template <HashIsKey Key, class Value>
+struct MapMember<Key, Value> {
+  Value value;
+  U32 hash_;
+  bool used;
+
+  static constexpr bool kRelocatable = isRelocatable<Value>;
+  static constexpr U32 kSixteenthsFull = 8;
+
+  MapMember(const Key& k, Value v) : value(std::move(v)), hash_(placementHash(k)), used(true) {}
+
+  bool vacant() const { return !used; }
+
+  void vacate() { used = false; }
+
+  U32 hash() const { return hash_; }
+
+  Key memberKey() const {
+    if constexpr (std::is_integral_v<Key>) {
+      return static_cast<Key>(bitReverse(hash_));
+    } else {
+      return Key::fromHash(bitReverse(hash_));
+    }
+  }
+
+  static bool keyCanBeStored(const Key&) { return true; }
+};
+
 /// A member of a map of owned children: the child knows its key. The hash is kept, so that neither
 /// a probe past the member nor growth touches the child.
 template <class Key, class Child>
@@ -77,6 +117,7 @@ struct ChildMember {
   U32 hash_;
 
   static constexpr bool kRelocatable = true;
+  static constexpr U32 kSixteenthsFull = 13;
 
   explicit ChildMember(Ptr<Child> child)
       : value(std::move(child)), hash_(placementHash(value->fwkKey())) {}
@@ -101,7 +142,7 @@ struct ChildMember {
 /// `logSize` bits of its hash name, with no vacant place between, and behind the last home a few
 /// places take what runs over. So a walk is a walk over the array and its order never depends on
 /// the size; a lookup touches one or two neighbouring lines, a miss ends at the first larger hash,
-/// and growth streams from array to array. Up to 8 members stand dense in an array of their own
+/// and growth streams from array to array. Up to 32 members stand dense in an array of their own
 /// size (`logSize` 0). Empty, a map is one null pointer.
 ///
 /// Invariant 1: hashes never fall along the array.
@@ -150,6 +191,14 @@ class HashTable {
   void prefetch(const Key& key) const {
     if (rep_ != nullptr) {
       __builtin_prefetch(rep_->members() + rep_->home(placementHash(key)));
+    }
+  }
+
+  /// Asks the memory for the first lines of a small map.
+  void prefetchAll() const {
+    if (rep_ != nullptr) {
+      __builtin_prefetch(rep_);
+      __builtin_prefetch(reinterpret_cast<const std::byte*>(rep_) + 64);
     }
   }
 
@@ -244,7 +293,7 @@ class HashTable {
   std::size_t bytes() const { return rep_ == nullptr ? 0 : Rep::bytes(rep_->limit); }
 
  private:
-  static constexpr U32 kDense = 8;
+  static constexpr U32 kDense = 32;
 
   struct Rep {
     U32 count;
@@ -307,15 +356,29 @@ class HashTable {
     from->vacate();
   }
 
+  /// A place at or before the first member of this hash or a larger one, near it: the home, or a
+  /// guess by proportion in a dense array.
+  U32 searchFrom(U32 hash) const {
+    if (rep_->logSize != 0) {
+      return rep_->home(hash);
+    }
+    U32 place = static_cast<U32>(static_cast<U64>(hash) * rep_->count >> 32);
+    const Member* at = rep_->members();
+    while (place > 0 && at[place - 1].hash() >= hash) {
+      --place;
+    }
+    return place;
+  }
+
   const Member* findAt(const Key& key, U32 hash) const {
-    const Member* at = rep_->members() + rep_->home(hash);
+    const Member* at = rep_->members() + searchFrom(hash);
     const Member* past = rep_->pastLast();
     for (; at != past && !at->vacant(); ++at) {
       const U32 standing = at->hash();
       if (standing > hash) {
         return nullptr;
       }
-      if (standing == hash && at->memberKey() == key) {
+      if (standing == hash && (HashIsKey<Key> || at->memberKey() == key)) {
         return at;
       }
     }
@@ -325,7 +388,7 @@ class HashTable {
   /// Where a new member of this hash belongs: behind its equals, before the first larger or at a
   /// vacant place.
   U32 placeFor(U32 hash) const {
-    U32 place = rep_->home(hash);
+    U32 place = searchFrom(hash);
     const Member* at = rep_->members();
     while (place < rep_->limit && !at[place].vacant() && at[place].hash() <= hash) {
       ++place;
@@ -365,12 +428,12 @@ class HashTable {
       if (rep_->count < kDense) {
         rebuild(0, rep_->limit * 2);
       } else {
-        rebuild(4, 0);
+        rebuild(6, 0);
       }
       return;
     }
     const U32 homes = U32{1} << rep_->logSize;
-    if (rep_->count >= homes - homes / 4 + homes / 16) {
+    if (rep_->count >= homes / 16 * Member::kSixteenthsFull) {
       rebuild(static_cast<U8>(rep_->logSize + 1), 0);
     }
   }
@@ -488,7 +551,7 @@ class HashTable<Key, Value, Member>::Iterator {
     }
     hash_ = hash;
     if constexpr (std::is_same_v<Member, Detail::MapMember<Key, Value>>) {
-      key_ = at[place].key;
+      key_ = at[place].memberKey();
     }
     value_ = at[place].value;
   }
@@ -625,7 +688,7 @@ class HashMap : public HashTable<Key, Value, Detail::MapMember<Key, Value>> {
       return false;
     }
     for (const Member& member : a) {
-      const Member* other = b.find(member.key);
+      const Member* other = b.find(member.memberKey());
       if (other == nullptr || !(other->value == member.value)) {
         return false;
       }

@@ -26,6 +26,11 @@ class Identifier {
   /// The value itself, its low 32 bits where it is wider.
   constexpr U32 hash() const { return static_cast<U32>(value_); }
 
+  /// The identifier that has this hash.
+  static constexpr Identifier fromHash(U32 hash) requires(sizeof(Rep) <= 4) {
+    return Identifier(static_cast<Rep>(hash));
+  }
+
   friend constexpr bool operator==(Identifier, Identifier) = default;
   friend constexpr auto operator<=>(Identifier, Identifier) = default;
 

@@ -26,8 +26,8 @@ struct LinkQueueMetadata {
 ///
 /// A ring buffer sorted by index. Members queued one after another stand dense, so the index gives
 /// the place; after removals from the middle or explicit indices it is searched. An explicit index
-/// below the head's goes in front of it; only once the indices have run past 4294967295 does it go
-/// behind the tail.
+/// below the head's goes in front of it, or behind the tail once numbering has run past 4294967295
+/// and past it.
 ///
 /// Invariant 1: seen from the head, indices rise.
 /// Invariant 2: the next index is behind the tail's.
@@ -165,7 +165,9 @@ class LinkQueue {
       return 0;
     }
     const U32 head = at(0)->index;
-    if (index < head && !wraps()) {
+    // Below the head but passed by numbering is behind the tail.
+    const bool passed = next_ < head && index < next_;
+    if (index < head && !passed && !wraps()) {
       return 0;
     }
     const U32 distance = index - head;

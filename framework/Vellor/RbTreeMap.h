@@ -161,6 +161,9 @@ class RbTreeMap {
 
   bool sharesContentWith(const RbTreeMap& other) const { return rep_ == other.rep_; }
 
+  /// Asks the memory for the content; worth it when other work comes before the first look.
+  void prefetch() const { __builtin_prefetch(rep_); }
+
   friend bool operator==(const RbTreeMap& a, const RbTreeMap& b) {
     if (a.rep_ == b.rep_) {
       return true;

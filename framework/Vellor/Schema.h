@@ -9,6 +9,7 @@
 #include "framework/Vellor/LinkQueue.h"
 #include "framework/Vellor/PtrInterface.h"
 #include "framework/Vellor/RbTreeMap.h"
+#include "framework/Vellor/SlotMap.h"
 #include "framework/Vellor/String8.h"
 #include "framework/Vellor/Types.h"
 

@@ -17,6 +17,7 @@
 #include "framework/Vellor/PtrInterface.h"
 #include "framework/Vellor/RbTreeMap.h"
 #include "framework/Vellor/Schema.h"
+#include "framework/Vellor/SlotMap.h"
 #include "framework/Vellor/String8.h"
 #include "framework/Vellor/Trace.h"
 #include "framework/Vellor/Types.h"
