@@ -6,9 +6,7 @@ include(CMakePackageConfigHelpers)
 set(headerDir ${CMAKE_INSTALL_INCLUDEDIR}/tarnlet)
 set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/Tarnlet)
 
-if(TARGET tarnlet) # BOOTSTRAP
-  install(TARGETS tarnlet)
-endif() # BOOTSTRAP
+install(TARGETS tarnlet)
 install(TARGETS tarnlet_library Xdk tarnlet_agent
   EXPORT TarnletTargets
   FILE_SET HEADERS DESTINATION ${headerDir}

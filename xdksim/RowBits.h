@@ -16,7 +16,7 @@ constexpr U64 rowBits(const U64* row, U32 first, U32 count) {
   }
   const U32 offset = first % 64;
   U64 value = row[first / 64] >> offset;
-  if (offset + count > 64) {
+  if (offset != 0 && offset + count > 64) {
     value |= row[first / 64 + 1] << (64 - offset);
   }
   return value & lowBits(count);
@@ -32,7 +32,7 @@ constexpr void rowBitsIs(U64* row, U32 first, U32 count, U64 value) {
   }
   const U32 offset = first % 64;
   row[first / 64] = (row[first / 64] & ~(lowBits(count) << offset)) | value << offset;
-  if (offset + count > 64) {
+  if (offset != 0 && offset + count > 64) {
     U64& next = row[first / 64 + 1];
     next = (next & ~(lowBits(count) >> (64 - offset))) | value >> (64 - offset);
   }

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <array>
+
+#include "engine/TarnletSm.h"
+#include "framework/Vellor/Types.h"
+
+namespace Quarle::Agent {
+
+/// Why a route was refused. The library itself reports nothing but that it was.
+enum class RefusalReason : U8 {
+  /// Every row that may hold the prefix is another branch's.
+  noRow,
+  /// A row with the prefix's branch has no room for one leaf more.
+  rowFull,
+  /// No NHI tile has room for the block of the row that would take the prefix.
+  nhiTableFull,
+  /// The row's pairs fill one NHI entry and rows may not span several.
+  nhiCapacityExceeded,
+  /// The next-hop table has no room for the group.
+  nextHopTableFull,
+  /// The request cannot be served by this chip whatever its state: a length that no table takes, a
+  /// VRF beyond the key, bits behind the length, a group of more ways than an NHI pair can name.
+  invalid,
+};
+
+inline constexpr std::array kRefusalReasons = {
+    RefusalReason::noRow,
+    RefusalReason::rowFull,
+    RefusalReason::nhiTableFull,
+    RefusalReason::nhiCapacityExceeded,
+    RefusalReason::nextHopTableFull,
+    RefusalReason::invalid,
+};
+
+/// The reason as one word for machines: "noRow".
+const char* toText(RefusalReason reason);
+
+/// Why `sm` has just refused `prefix`, told from the state that it left. Of several tables that
+/// refused for different reasons, the one that more room in the NHI memory would help decides, then
+/// the one that fewer leaves in its row would.
+///
+/// REQUIRES: `prefix` is not installed, and nothing was requested since the refusal.
+RefusalReason reasonOfRefusal(const Tarnlet::LpmSm& sm, const Tarnlet::LpmPrefix::Ptr& prefix);
+
+/// For each length in key bits whether the library can be asked for it: there must be a table that
+/// may take the length, and no row of such a table may be narrower than the key. To ask for any
+/// other length would end the process.
+class ServableLengths {
+ public:
+  static constexpr U32 kLengths = 145;
+
+  explicit ServableLengths(const Tarnlet::ConfigBase& config);
+
+  bool serves(U32 keyBits) const { return keyBits < kLengths && serves_[keyBits]; }
+
+ private:
+  std::array<bool, kLengths> serves_{};
+};
+
+}  // namespace Quarle::Agent
