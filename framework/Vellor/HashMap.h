@@ -45,7 +45,7 @@ struct MapMember {
   static constexpr bool kRelocatable = isRelocatable<Key> && isRelocatable<Value>;
   // Hashes of numbers are no more even than the numbers: half full, a dense range of them spreads
   // evenly, fuller it would heap up in parts of the array.
-  static constexpr U32 kSixteenthsFull = 8;
+  static constexpr U32 k32ndsFull = 16;
 
   MapMember(const Key& k, Value v) : key(k), used(true), value(std::move(v)) {}
 
@@ -66,7 +66,7 @@ struct MapMember<Ptr<T>, Value> {
   Value value;
 
   static constexpr bool kRelocatable = isRelocatable<Value>;
-  static constexpr U32 kSixteenthsFull = 13;
+  static constexpr U32 k32ndsFull = 29;
 
   MapMember(const Ptr<T>& k, Value v) : key(k), value(std::move(v)) {}
 
@@ -88,7 +88,7 @@ struct MapMember<Key, Value> {
   bool used;
 
   static constexpr bool kRelocatable = isRelocatable<Value>;
-  static constexpr U32 kSixteenthsFull = 8;
+  static constexpr U32 k32ndsFull = 16;
 
   MapMember(const Key& k, Value v) : value(std::move(v)), hash_(placementHash(k)), used(true) {}
 
@@ -117,7 +117,7 @@ struct ChildMember {
   U32 hash_;
 
   static constexpr bool kRelocatable = true;
-  static constexpr U32 kSixteenthsFull = 13;
+  static constexpr U32 k32ndsFull = 29;
 
   explicit ChildMember(Ptr<Child> child)
       : value(std::move(child)), hash_(placementHash(value->fwkKey())) {}
@@ -433,7 +433,7 @@ class HashTable {
       return;
     }
     const U32 homes = U32{1} << rep_->logSize;
-    if (rep_->count >= homes / 16 * Member::kSixteenthsFull) {
+    if (rep_->count >= homes / 32 * Member::k32ndsFull) {
       rebuild(static_cast<U8>(rep_->logSize + 1), 0);
     }
   }

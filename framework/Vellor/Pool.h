@@ -10,15 +10,15 @@ namespace Vellor {
 /// members, lists.
 ///
 /// A block's size is told again when it is given back, so blocks carry no header. Sizes are rounded
-/// up to 16 bytes; blocks above `kMaxPooled` go to the C++ heap. The lists are one per thread, need
+/// up to 8 bytes; blocks above `kMaxPooled` go to the C++ heap. The lists are one per thread, need
 /// no lock, and blocks may be given back on another thread than the one that took them. Memory once
 /// taken from the heap stays with the lists.
 class VELLOR_API Pool {
  public:
-  static constexpr std::size_t kGranule = 16;
+  static constexpr std::size_t kGranule = 8;
   static constexpr std::size_t kMaxPooled = 512;
 
-  /// A block of at least `size` bytes, aligned to 16. Throws std::bad_alloc like operator new.
+  /// A block of at least `size` bytes, aligned to 8. Throws std::bad_alloc like operator new.
   static void* take(std::size_t size);
 
   /// REQUIRES: `block` came from take() with the same `size`.
