@@ -13,6 +13,8 @@ namespace Vellor {
 template <class Value>
 class DynArray {
  public:
+  class Iterator;
+
   static constexpr U64 kGrowthLimit = 2003004;
 
   U32 count() const { return static_cast<U32>(members_.size()); }
@@ -54,8 +56,38 @@ class DynArray {
 
   void clear() { members_.clear(); }
 
+  Iterator iterator() const { return Iterator(this); }
+
  private:
   std::vector<Value> members_;
+};
+
+/// Walks the places by index, vacant ones too, and tolerates any change of the array meanwhile.
+template <class Value>
+class DynArray<Value>::Iterator {
+ public:
+  Iterator() = default;
+
+  explicit Iterator(const DynArray* array) : array_(array) {}
+
+  explicit operator bool() const { return array_ != nullptr && index_ < array_->count(); }
+
+  U32 key() const { return index_; }
+
+  Value value() const { return array_->value(index_); }
+
+  Value ptr() const { return value(); }
+
+  Value operator->() const { return value(); }
+
+  Iterator& operator++() {
+    ++index_;
+    return *this;
+  }
+
+ private:
+  const DynArray* array_ = nullptr;
+  U32 index_ = 0;
 };
 
 }  // namespace Vellor

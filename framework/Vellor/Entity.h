@@ -25,6 +25,7 @@ class VELLOR_API NotifieeBase : public PtrInterface {
   ~NotifieeBase() override;
 
   /// Receives what a handler threw; the mutator's caller never does.
+  /// REQUIRES: throws nothing itself.
   virtual void onNotificationException(AttributeId attribute);
 
   void hasNotificationActiveIs(bool active) override;

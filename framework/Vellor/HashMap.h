@@ -186,12 +186,19 @@ class HashTable {
 
   Member* find(const Key& key) { return const_cast<Member*>(std::as_const(*this).find(key)); }
 
-  /// Asks the memory for the place where `key` would stand; worth it when other work comes before
-  /// the lookup.
-  void prefetch(const Key& key) const {
+  /// Asks the memory for the place where `key` would stand and yields its hash, for a find() later;
+  /// worth it when other work comes between.
+  U32 prefetch(const Key& key) const {
+    const U32 hash = placementHash(key);
     if (rep_ != nullptr) {
-      __builtin_prefetch(rep_->members() + rep_->home(placementHash(key)));
+      __builtin_prefetch(rep_->members() + rep_->home(hash));
     }
+    return hash;
+  }
+
+  /// The member at `key`, whose hash is known, or null.
+  const Member* find(const Key& key, U32 hash) const {
+    return rep_ == nullptr ? nullptr : findAt(key, hash);
   }
 
   /// Asks the memory for the first lines of a small map.
@@ -696,6 +703,10 @@ class HashMap : public HashTable<Key, Value, Detail::MapMember<Key, Value>> {
     return true;
   }
 };
+
+/// The map of `U8` keys is a class of its own, in SlotMap.h.
+template <class Value>
+class HashMap<U8, Value>;
 
 /// Map of owned children; a child tells its key by `fwkKey()`.
 template <class Key, class Child>

@@ -534,6 +534,9 @@
 #define VELLOR_ARRAY(name, Name, Index, Value)                                     \
   VELLOR_KEYED_LINE_(name, Name, array, Index);                                    \
   Value name(Index index) const { return name##_.value(index); }                   \
+  using Name##Iterator = ::Vellor::DynArray<Value>::Iterator;                      \
+  Name##Iterator name##Iterator() const { return name##_.iterator(); }             \
+  Name##Iterator name##IteratorConst() const { return name##_.iterator(); }        \
   U32 name##s() const { return name##_.count(); }                                  \
   const ::Vellor::DynArray<Value>& name##Collection() const { return name##_; }    \
   virtual Value name##Del(Index index) {                                           \
@@ -543,6 +546,9 @@
       this->vellorChanged(VellorBefore_##name::kEnd, vellorHandler_##name(index)); \
     }                                                                              \
     return old;                                                                    \
+  }                                                                                \
+  virtual Value name##Del(const Name##Iterator& iterator) {                        \
+    return this->name##Del(static_cast<Index>(iterator.key()));                    \
   }                                                                                \
   virtual void name##Notify(Index index) {                                         \
     this->vellorNotify(VellorBefore_##name::kEnd, vellorHandler_##name(index));    \

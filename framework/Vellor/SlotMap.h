@@ -73,10 +73,12 @@ class HashMap<U8, Value> {
       [[maybe_unused]] const Value old = std::exchange(standing, value);
       return true;
     }
+    // Copied first: `value` may stand in this very map, which moves.
+    Value added(value);
     if (rep_ == nullptr || key >= rep_->capacity) {
       grow(key);
     }
-    new (rep_->values() + key) Value(value);
+    new (rep_->values() + key) Value(std::move(added));
     rep_->add(key);
     return true;
   }

@@ -7,18 +7,20 @@
 
 namespace Quarle::Tarnlet::Testing {
 
-/// The first of `words` that does not follow the ones before it in `text`, with the text; nothing
-/// when all stand there in this order.
-inline std::string missingWord(const std::string& text, std::initializer_list<const char*> words) {
+/// Whether `words` stand in `text` in this order.
+inline ::testing::AssertionResult says(const std::string& text,
+                                       std::initializer_list<const char*> words) {
   std::size_t at = 0;
   for (const std::string word : words) {
     const std::size_t found = text.find(word, at);
     if (found == std::string::npos) {
-      return "\"" + word + "\" is missing behind place " + std::to_string(at) + " of:\n" + text;
+      return ::testing::AssertionFailure() << "\"" << word << "\" is missing behind \""
+                                           << text.substr(0, at) << "\" in \"" << text.substr(at)
+                                           << "\"";
     }
     at = found + word.size();
   }
-  return "";
+  return ::testing::AssertionSuccess();
 }
 
 /// What a plain fatal check leaves on the standard error stream.
