@@ -217,10 +217,9 @@ RouteReturnCode LpmSm::insertPrefixToSubTrie(const LpmPrefix::Ptr& lpmPrefix,
   VELLOR_TRACE(tarnletSmTrace, kTraceLevel,
                " update inPlace " << inPlace << " newStride " << unsigned{layout.stride}
                                   << " newBranchLen " << unsigned{layout.branchLen});
-  VELLOR_INVARIANT(
+  VELLOR_ASSERT(
       !inPlace || (subTrie->stride() == layout.stride && subTrie->branchLen() == layout.branchLen),
-      "subTrie->stride() == newStride && subTrie->branchLen() == newBranchLen", " subtrie ",
-      subTrie->str(), " lpmPrefix ", lpmPrefix->stringValue());
+      "subTrie->stride() == newStride && subTrie->branchLen() == newBranchLen");
   // In place or not: a block is never rewritten where it stands, so every insert needs room for a
   // whole new one.
   if (!isNhiBlockAvailable(newNumPrefixes)) {

@@ -24,11 +24,12 @@ NhiInfoKey LpmSm::generateNhiInfoKey(const SubTrie::Ptr& subTrie) const {
   // All places are asked for before the first is read: with a large table each is a cache miss, and
   // they overlap.
   std::array<const LpmPrefix::Ptr*, 256> inSlot;
+  std::array<U32, 256> hash;
   for (U32 slot = 0; slot < slots; ++slot) {
     const LpmPrefix::Ptr* prefix = prefixes.find(static_cast<U8>(slot));
     inSlot[slot] = prefix != nullptr && *prefix != nullptr ? prefix : nullptr;
     if (inSlot[slot] != nullptr) {
-      requests.prefetch(*inSlot[slot]);
+      hash[slot] = requests.prefetch(*inSlot[slot]);
       // The write command will count a reference on it.
       __builtin_prefetch(inSlot[slot]->get(), 1);
     }
@@ -39,7 +40,7 @@ NhiInfoKey LpmSm::generateNhiInfoKey(const SubTrie::Ptr& subTrie) const {
     // Empty slots go in too: they fix the slot count, and with it the size of the block.
     NextHopBlock block;
     if (inSlot[slot] != nullptr) {
-      if (const auto* request = requests.find(*inSlot[slot])) {
+      if (const auto* request = requests.find(*inSlot[slot], hash[slot])) {
         block = request->value;
       }
     }

@@ -112,7 +112,7 @@ void LpmSm::releaseNhiBlock(const NhiTableIdx& baseIdx) {
 
 void LpmSm::processNhiDefrag(NhiTileIdx tile, const Brumel::BFA::PendingCmds::Ptr& defragCmds) {
   VELLOR_TRACE(tarnletSmTrace, kTraceLevel, " tile " << tile);
-  VELLOR_INVARIANT(defragCmds, "defragCmds", " tile ", tile);
+  VELLOR_ASSERT(defragCmds, "defragCmds");
   while (defragCmds->pendingCmdLogs() != 0) {
     numNhiBlockDefragInc(1);
     const Brumel::BFA::PendingCmdLog move = defragCmds->pendingCmdLogDeq();

@@ -15,11 +15,10 @@ constexpr U32 kTraceLevel = 3;
 const PrefixTable::Ptr& sortedTable(const ConfigBase& config,
                                     U32 i,
                                     const LpmPrefix::Ptr& lpmPrefix) {
-  static const PrefixTable::Ptr kNone;
   const auto& tables = config.prefixTableSortedByTreadCollection();
-  const PrefixTable::Ptr& table = i < tables.count() ? tables.at(i) : kNone;
-  VELLOR_INVARIANT(table, "prefixTable", " lpmPrefix ", lpmPrefix->stringValue(), " i ", i);
-  return table;
+  VELLOR_INVARIANT(i < tables.count() && tables.at(i), "prefixTable", " lpmPrefix ",
+                   lpmPrefix->stringValue(), " i ", i);
+  return tables.at(i);
 }
 
 }  // namespace

@@ -84,8 +84,7 @@ void LpmSm::generateSubTrieWriteCmds(const SubTrie::Ptr& subTrie,
   VELLOR_TRACE(tarnletSmTrace, kTraceLevel,
                " subTrie " << subTrie->str() << " generatePrefixCmds " << generatePrefixCmds
                            << " generateNhiCmds " << generateNhiCmds);
-  VELLOR_INVARIANT(generateNhiCmds || generatePrefixCmds, "generateNhiCmds || generatePrefixCmds",
-                   " subTrie ", subTrie->str());
+  VELLOR_ASSERT(generateNhiCmds || generatePrefixCmds, "generateNhiCmds || generatePrefixCmds");
   if (generateNhiCmds) {
     generateNhiWriteCmds(subTrie);
   }
