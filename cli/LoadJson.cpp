@@ -1,8 +1,8 @@
 // What programs read of a load. Field names are an interface: they stay.
 
-#include <nlohmann/json.hpp>
-
 #include "cli/LoadReport.h"
+
+#include <nlohmann/json.hpp>
 
 namespace Quarle::Cli {
 

@@ -1,9 +1,11 @@
 #include "cli/LoadOptions.h"
 
-#include <CLI/CLI.hpp>
 #include <charconv>
+#include <functional>
 #include <string_view>
 #include <vector>
+
+#include <CLI/CLI.hpp>
 
 namespace Quarle::Cli {
 

@@ -1,11 +1,10 @@
 // What people read of a load.
 
-#include <algorithm>
+#include "cli/LoadReport.h"
+
 #include <cstdarg>
 #include <cstdio>
 #include <functional>
-
-#include "cli/LoadReport.h"
 
 namespace Quarle::Cli {
 

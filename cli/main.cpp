@@ -1,15 +1,16 @@
 // The command `tarnlet`: reads the command line, runs one subcommand and turns what goes wrong into
 // one line on the standard error stream and an exit code.
 
-#include <CLI/CLI.hpp>
-#include <cstdio>
-#include <exception>
-#include <string>
-
 #include "cli/LoadOptions.h"
 #include "cli/LoadReport.h"
 #include "cli/LoadRun.h"
 #include "cli/Progress.h"
+
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include <CLI/CLI.hpp>
 
 namespace Quarle::Cli {
 

@@ -78,7 +78,7 @@ class CommandEncoding : public ::testing::Test {
 
 TEST_F(CommandEncoding, slotsKeepTheirPlaceAndEmptyOnesStayEmpty) {
   const LpmPrefix::Ptr cover = prefix("10.1.0.0/16", 5);
-  xpLpmPrefixEntry entry;
+  alignas(8) xpLpmPrefixEntry entry;
   encode(*command(prefix("10.1.2.0/24", 5), 32, 9, {prefix("10.1.2.0/24", 5), nullptr, cover}),
          Tarnlet::keyShort48b, entry);
   EXPECT_EQ(entry.keySize, 0U);
@@ -90,13 +90,13 @@ TEST_F(CommandEncoding, slotsKeepTheirPlaceAndEmptyOnesStayEmpty) {
   EXPECT_EQ(slotText(entry, 0), keyText(keyOf("10.1.2.0/24", 5)));
   EXPECT_EQ(slotText(entry, 1), "");
   EXPECT_EQ(slotText(entry, 2), keyText(keyOf("10.1.0.0/16", 5)));
-  EXPECT_EQ(entry.leafVal[0], 0x102U) << "the bits 00000010 under a stop bit";
-  EXPECT_EQ(entry.leafVal[2], 1U) << "a prefix as long as the branch is the stop bit alone";
+  EXPECT_EQ(U64{entry.leafVal[0]}, 0x102U) << "the bits 00000010 under a stop bit";
+  EXPECT_EQ(U64{entry.leafVal[2]}, 1U) << "a prefix as long as the branch is the stop bit alone";
   EXPECT_EQ(slotText(entry, 3), "");
 }
 
 TEST_F(CommandEncoding, bitsBehindTheBranchNeverReachTheRecord) {
-  xpLpmPrefixEntry entry;
+  alignas(8) xpLpmPrefixEntry entry;
   // 20 bits: the VRF and the first four of the address; the rest of the branch is left-overs.
   encode(*command(prefix("255.255.255.255/32"), 20, 16, {prefix("240.0.0.0/8")}),
          Tarnlet::keyShort48b, entry);
@@ -107,7 +107,7 @@ TEST_F(CommandEncoding, bitsBehindTheBranchNeverReachTheRecord) {
 }
 
 TEST_F(CommandEncoding, aListWithoutPrefixesClearsTheWholeRecord) {
-  xpLpmPrefixEntry entry;
+  alignas(8) xpLpmPrefixEntry entry;
   std::fill_n(reinterpret_cast<U8*>(&entry), sizeof entry, U8{0xa5});
   encode(*command(prefix("10.0.0.0/8"), 24, 9, {nullptr, nullptr}), Tarnlet::keyShort48b, entry);
   const U8* bytes = reinterpret_cast<const U8*>(&entry);
@@ -118,7 +118,7 @@ TEST_F(CommandEncoding, aListWithoutPrefixesClearsTheWholeRecord) {
 }
 
 TEST_F(CommandEncoding, whatAnEarlierCommandLeftInTheRecordIsGone) {
-  xpLpmPrefixEntry entry;
+  alignas(8) xpLpmPrefixEntry entry;
   encode(*command(prefix("2001:db8::/32"), 40, 96,
                   {prefix("2001:db8:ffff:ffff:ffff::/80"), prefix("2001:db8::/32")}),
          Tarnlet::keyLong144b, entry);
@@ -163,7 +163,7 @@ TEST_F(CommandEncoding, leavesOfAnyLengthReadBackAsTheirPrefix) {
 
 TEST_F(CommandEncoding, moreSlotsThanTheRecordHoldsAreAnError) {
   const std::vector<LpmPrefix::Ptr> slots(xpLpmPrefixEntry::kLeaves + 1, prefix("10.0.0.0/8"));
-  xpLpmPrefixEntry entry;
+  alignas(8) xpLpmPrefixEntry entry;
   EXPECT_THROW(encode(*command(slots[0], 24, 9, slots), Tarnlet::keyShort48b, entry),
                std::length_error);
 }

@@ -29,7 +29,8 @@ class LookupCheckTest : public ::testing::Test {
 
   LookupCheck makeCheck() {
     return LookupCheck(client_.chip, expected, [](ReferenceTrie::Value value) {
-      return value == 1 ? NextHopBlock(0, 1) : NextHopBlock(1, 2);
+      const NextHopBlock blocks[] = {{0, 0}, {0, 1}, {1, 2}, {1, 1}};
+      return blocks[value];
     });
   }
 
@@ -74,10 +75,13 @@ TEST_F(LookupCheckTest, aRouteTooManyIsWrong) {
 }
 
 TEST_F(LookupCheckTest, otherNextHopsAreWrong) {
-  expected.insert(keyOf("10.1.0.0/16").prefix, 1);
-  LookupCheck check = makeCheck();
-  check.checkPrefix(keyOf("10.1.0.0/16").prefix);
-  EXPECT_EQ(check.wrong(), 2U);
+  // Another run of rows, and a shorter one that begins at the same row.
+  for (const ReferenceTrie::Value other : {1, 3}) {
+    expected.insert(keyOf("10.1.0.0/16").prefix, other);
+    LookupCheck check = makeCheck();
+    check.checkPrefix(keyOf("10.1.0.0/16").prefix);
+    EXPECT_EQ(check.wrong(), 2U) << other;
+  }
 }
 
 TEST_F(LookupCheckTest, allWrongAnswersCountButTheFirstAloneAreKept) {
