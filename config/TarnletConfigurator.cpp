@@ -85,7 +85,7 @@ Tarnlet::XpPrefixTableConfig::Ptr prefixTableConfigOf(U8 table,
                "Creating PrefixTableConfig, tableId: " << unsigned{table} << " tableType: "
                                                        << tableType << " depth: " << context.depth
                                                        << " tread: " << unsigned{context.tread});
-  const auto tableConfig =
+  auto tableConfig =
       Tarnlet::xpPrefixTableConfigFactory(table, tableType, context.depth, context.tread);
   const U32 hashPoly = hashPolyOf(table, context.hashPolySelect);
   const U8 hashBits = hashBitsOf(context.depth);

@@ -44,13 +44,8 @@ class Ptr {
     }
   }
 
-  Ptr& operator=(const Ptr& other) {
-    Ptr(other).swap(*this);
-    return *this;
-  }
-
-  Ptr& operator=(Ptr&& other) noexcept {
-    Ptr(std::move(other)).swap(*this);
+  Ptr& operator=(Ptr other) noexcept {
+    swap(other);
     return *this;
   }
 

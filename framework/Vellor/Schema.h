@@ -273,8 +273,8 @@
     return old;                                                                      \
   }                                                                                  \
   virtual Value name##Del(const Name##Iterator& iterator) {                          \
-    const auto key = iterator.key();                                                 \
-    return this->name##Del(key);                                                     \
+    return this->name##Del(iterator.key());                                          \
+    \                                                                                \
   }                                                                                  \
   virtual void name##Notify(const Key& key) {                                        \
     this->vellorNotify(VellorBefore_##name::kEnd, vellorHandler_##name(key));        \
@@ -313,8 +313,8 @@
     return name##_.take(key, removed);                                            \
   }                                                                               \
   Value name##Del(const Name##Iterator& iterator) {                               \
-    const auto key = iterator.key();                                              \
-    return name##Del(key);                                                        \
+    return this->name##Del(iterator.key());                                       \
+    \                                                                             \
   }                                                                               \
   void name##Is(const Key& key, const Value& value) { name##_.set(key, value); }  \
   void new##Name(const Key& key, const Value& value) { name##_.set(key, value); } \
@@ -366,8 +366,8 @@
     return old;                                                                 \
   }                                                                             \
   ::Vellor::Ptr<Child> name##Del(const Name##Iterator& iterator) {              \
-    const auto key = iterator.key();                                            \
-    return name##Del(key);                                                      \
+    return this->name##Del(iterator.key());                                     \
+    \                                                                           \
   }                                                                             \
   void name##DelAll() {                                                         \
     for (auto member = name##Iterator(); member; ++member) {                    \
@@ -409,8 +409,8 @@
     return old;                                                                   \
   }                                                                               \
   virtual ::Vellor::Ptr<Object> name##Del(const Name##Iterator& iterator) {       \
-    const auto key = iterator.key();                                              \
-    return this->name##Del(key);                                                  \
+    return this->name##Del(iterator.key());                                       \
+    \                                                                             \
   }                                                                               \
   virtual void name##Notify(const Key& key) {                                     \
     this->vellorNotify(VellorBefore_##name::kEnd, vellorHandler_##name(key));     \
