@@ -15,16 +15,15 @@ namespace Quarle::Tarnlet {
 /// A write to `request` is worked off before it returns. A refused route stays unserved until the
 /// same prefix is notified again; its absence from the status is the only report.
 ///
-/// Invariants between requests:
+/// Invariants, between requests:
 ///  1. `prefixToSubTrie` alone decides whether a prefix is installed; it and the sub-tries' slots
-///  agree.
+///     agree.
 ///  2. An NhiInfo's base is never null, and `nhiBaseIdxToBlk` has a block there.
 ///  3. An NhiInfo's count is the number of sub-tries with its key; each has its base and stands in
-///  the set at that base.
+///     the set at that base.
 ///  4. No set of `nhiBaseIdxToSubTrie` is empty and no NhiInfo's count is 0.
 ///  5. In the queue, NHI entries come before the prefix entry that points at them, and a moved
-///  sub-trie's new entry before
-///     the clearing of its old one.
+///     sub-trie's new entry before the clearing of its old one.
 ///
 /// Operations by source:
 ///   LpmSm.cpp            lifetime, reactor, handleInitialized, handleRequest

@@ -19,12 +19,14 @@ using PrefixTableRawPtr = PrefixTable*;
 ///
 /// A prefix's slot is the place of its leaf in the entry and of its next-hop pair in the NHI block.
 ///
-/// Invariant 1: `prefix` and `prefixToSlot` are inverse maps, but inside an operation.
-/// Invariant 2: `prefixBitmap`, once made, has its bits set exactly for the slots in `prefix`.
-/// Invariant 3: after a request the slots are 0 to prefixs() - 1 and `maxPrefixSlot` is prefixs(), but for a sub-trie that a
-///              delete has just emptied, which keeps its old `maxPrefixSlot` on its way out.
-/// Invariant 4: every prefix is at least `branchLen` and at most `branchLen + stride - 1` long and begins with the branch.
-/// Invariant 5: bits of `branch` behind `branchLen` mean nothing and need not be zero.
+/// Invariants:
+///  1. `prefix` and `prefixToSlot` are inverse maps, but inside an operation.
+///  2. `prefixBitmap`, once made, has its bits set exactly for the slots in `prefix`.
+///  3. After a request the slots are 0 to prefixs() - 1 and `maxPrefixSlot` is prefixs(), but for a
+///     sub-trie that a delete has just emptied, which keeps its old one on its way out.
+///  4. Every prefix is at least `branchLen` and at most `branchLen + stride - 1` long and begins
+///     with the branch.
+///  5. Bits of `branch` behind `branchLen` mean nothing and need not be zero.
 class VELLOR_API SubTrie : public Vellor::PtrInterface {
   VELLOR_OBJECT(SubTrie, Vellor::PtrInterface);
 
