@@ -88,8 +88,7 @@ class VELLOR_API LpmSm : public Vellor::PtrInterface {
 
   VELLOR_OBJ_END;
 
-  // --- LpmSm.cpp
-  // -------------------------------------------------------------------------------------------------------
+  // ---- LpmSm.cpp ----
 
   /// Set-up; the constructor's last step.
   void handleInitialized();
@@ -103,8 +102,7 @@ class VELLOR_API LpmSm : public Vellor::PtrInterface {
   /// Sets or clears the zombie mark on the machine's reactor.
   void vellorDoZombieReactors(bool on);
 
-  // --- LpmSmRoute.cpp
-  // --------------------------------------------------------------------------------------------------
+  // ---- LpmSmRoute.cpp ----
 
   /// Tries the tables by falling tread, between the prefix's least tread and its length, until one
   /// takes it; tables whose tread is its length come last. Fatal when no table may hold the length.
@@ -116,8 +114,7 @@ class VELLOR_API LpmSm : public Vellor::PtrInterface {
   /// Takes an installed prefix out.
   void deletePrefix(const LpmPrefix::Ptr& lpmPrefix);
 
-  // --- LpmSmInsert.cpp
-  // -------------------------------------------------------------------------------------------------
+  // ---- LpmSmInsert.cpp ----
 
   /// One prefix into one table: joins the sub-trie in its row, makes a new one, or makes room by
   /// moving a colliding one
@@ -134,16 +131,14 @@ class VELLOR_API LpmSm : public Vellor::PtrInterface {
   RouteReturnCode insertPrefixToSubTrie(const LpmPrefix::Ptr& lpmPrefix,
                                         const SubTrie::Ptr& subTrie);
 
-  // --- LpmSmShuffle.cpp
-  // ------------------------------------------------------------------------------------------------
+  // ---- LpmSmShuffle.cpp ----
 
   /// Moves the sub-trie in the prefix's row to a free row of another table of the same tread:
   /// `pass` or `fail`.
   RouteReturnCode moveSubTrie(const LpmPrefix::Ptr& lpmPrefix,
                               const Tarnlet::PrefixTable::Ptr& prefixTable);
 
-  // --- LpmSmNhiSharing.cpp
-  // ---------------------------------------------------------------------------------------------
+  // ---- LpmSmNhiSharing.cpp ----
 
   /// The content of the sub-trie's NHI block as the live requests want it.
   NhiInfoKey generateNhiInfoKey(const SubTrie::Ptr& subTrie) const;
@@ -165,8 +160,7 @@ class VELLOR_API LpmSm : public Vellor::PtrInterface {
   /// nothing changed, when a new one is needed and none is to be had.
   [[nodiscard]] bool updateNhiInfoForSubTrie(const SubTrie::Ptr& subTrie);
 
-  // --- LpmSmNhiTiles.cpp
-  // -----------------------------------------------------------------------------------------------
+  // ---- LpmSmNhiTiles.cpp ----
 
   /// Whether a block for this many slots can be had, defragmenting if need be. Reserves nothing.
   bool isNhiBlockAvailable(U8 numPrefixes) const;
@@ -184,8 +178,7 @@ class VELLOR_API LpmSm : public Vellor::PtrInterface {
   /// moved block.
   void processNhiDefrag(NhiTileIdx tile, const Brumel::BFA::PendingCmds::Ptr& defragCmds);
 
-  // --- LpmSmWriteCmds.cpp
-  // ----------------------------------------------------------------------------------------------
+  // ---- LpmSmWriteCmds.cpp ----
 
   /// NHI entries that hold this many pairs.
   U8 nhiBlockSize(U8 numPrefixes) const;
@@ -206,8 +199,7 @@ class VELLOR_API LpmSm : public Vellor::PtrInterface {
                                             U32 prefixTableIdx,
                                             const SubTrie::Ptr& subTrie);
 
-  // --- LpmSmDump.cpp
-  // ---------------------------------------------------------------------------------------------------
+  // ---- LpmSmDump.cpp ----
 
   /// Every sub-trie of every table, or of one, to trace level 9.
   void dumpPrefixTables() const;

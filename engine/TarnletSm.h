@@ -2,4 +2,5 @@
 
 // The prefix table engine, whole.
 #include "engine/LpmSm.h"
+#include "engine/PrefixEntryDecoding.h"
 #include "engine/RestartHelperBase.h"

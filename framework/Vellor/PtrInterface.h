@@ -28,7 +28,8 @@ struct FwkType {
 
 /// Base of everything held by `Ptr`: the reference count and the framework's virtual operations.
 ///
-/// Invariant 1: the object ends when, and only when, its last `Ptr` drops (through zeroReferencesIs).
+/// Invariant 1: the object ends when, and only when, its last `Ptr` drops, through
+/// zeroReferencesIs().
 class VELLOR_API PtrInterface {
  public:
   // Where a derived class's schema lines begin.
