@@ -2,6 +2,10 @@
 
 namespace Quarle::Tarnlet::Testing {
 
+std::vector<U8> usualStrides() {
+  return {8, 9, 10, 11, 12, 14, 16, 20, 24, 28, 32, 48, 64, 96, 128};
+}
+
 const TableShape* ChipShape::table(PrefixTableId id) const {
   for (const TableShape& shape : tables) {
     if (shape.id == id.value()) {

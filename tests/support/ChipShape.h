@@ -20,12 +20,14 @@ struct TableShape {
   std::map<std::string, U32> rows = {};
 };
 
+/// What real chips offer.
+std::vector<U8> usualStrides();
+
 /// The numbers of a small chip, one address family of it.
 struct ChipShape {
   bool longKey = false;
   std::vector<TableShape> tables = {};
-  // What real chips offer.
-  std::vector<U8> strides = {8, 9, 10, 11, 12, 14, 16, 20, 24, 28, 32, 48, 64, 96, 128};
+  std::vector<U8> strides = usualStrides();
   U8 pairsPerEntry = 8;
   U8 tiles = 1;
   U16 entriesPerTile = 64;

@@ -116,7 +116,7 @@ ChipStory& ChipStory::request(const std::string& what,
   } else {
     config_->requestIs(prefix, block);
   }
-  carryOut(what, before, movesBefore);
+  carryOut(what, prefix, before, movesBefore);
   return *this;
 }
 
@@ -126,7 +126,7 @@ ChipStory& ChipStory::notify(const std::string& text) {
   const Routes before = routes();
   const U64 movesBefore = sm_->numNhiBlockDefrag();
   config_->requestNotify(prefix(text));
-  carryOut("notify " + text, before, movesBefore);
+  carryOut("notify " + text, prefix(text), before, movesBefore);
   return *this;
 }
 
@@ -163,12 +163,23 @@ Routes ChipStory::routes() const {
   for (const auto& route : status_->prefixToNextHopBlockCollection()) {
     const Key key = keyOf(*route.key);
     routes.add(key, route.value);
-    const NextHopBlock wanted = config_->request(route.key);
-    if (wanted != route.value) {
-      routes.add(key, wanted);
+    routes.add(key, config_->request(route.key));
+    if (const auto wishes = wishes_.find(key); wishes != wishes_.end()) {
+      for (const NextHopBlock& block : wishes->second) {
+        routes.add(key, block);
+      }
     }
   }
   return routes;
+}
+
+void ChipStory::noteWish(const LpmPrefix::Ptr& prefix, bool served) {
+  const NextHopBlock wanted = config_->request(prefix);
+  if (served && wanted == status_->prefixToNextHopBlock(prefix)) {
+    wishes_.erase(keyOf(*prefix));
+  } else {
+    wishes_[keyOf(*prefix)].push_back(wanted);
+  }
 }
 
 void ChipStory::absorb() {
@@ -178,7 +189,12 @@ void ChipStory::absorb() {
   }
 }
 
-void ChipStory::carryOut(const std::string& what, const Routes& before, U64 movesBefore) {
+void ChipStory::carryOut(const std::string& what,
+                         const LpmPrefix::Ptr& prefix,
+                         const Routes& before,
+                         U64 movesBefore) {
+  // A refused update has no commands.
+  noteWish(prefix, status_->pendingCmds() != 0);
   Request request{.commands = {},
                   .before = before,
                   .after = routes(),
@@ -188,7 +204,7 @@ void ChipStory::carryOut(const std::string& what, const Routes& before, U64 move
     commands_ += textOf(*command, shape_.longKey) + "\n";
   }
   std::string fault = replay(request, *hardware_);
-  fault += audit(*sm_, *hardware_);
+  fault += audit(*sm_, *hardware_, routes());
   if (!fault.empty()) {
     faults_ += "after " + what + ":\n" + fault;
   }
@@ -279,7 +295,7 @@ void ChipStory::finish() {
     return;
   }
   absorb();
-  std::string fault = audit(*sm_, *hardware_);
+  std::string fault = audit(*sm_, *hardware_, routes());
   // Requests that were refused are not to be served now.
   sm_->hasNotificationActiveIs(false);
   for (auto request = config_->requestIterator(); request; ++request) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -106,11 +107,16 @@ class ChipStory {
  private:
   Key key(const std::string& text) const { return keyFrom(text, shape_.longKey); }
 
+  /// The installed routes, with every block that the chip may show for them.
   Routes routes() const;
   ChipStory& request(const std::string& what, const LpmPrefix::Ptr& prefix, NextHopBlock block);
   /// Carries out what stands in the queue, without lookups on the way.
   void absorb();
-  void carryOut(const std::string& what, const Routes& before, U64 movesBefore);
+  void noteWish(const LpmPrefix::Ptr& prefix, bool served);
+  void carryOut(const std::string& what,
+                const LpmPrefix::Ptr& prefix,
+                const Routes& before,
+                U64 movesBefore);
   bool withdrawOne();
   std::string emptyWithSpareTile();
 
@@ -119,6 +125,9 @@ class ChipStory {
   Status::Ptr status_;
   LpmSm::Ptr sm_;
   std::unique_ptr<Hardware> hardware_;
+  // What refused updates have wanted since the route was last served: it reaches the chip when the
+  // sub-trie is rewritten for another reason.
+  std::map<Key, std::vector<NextHopBlock>> wishes_;
   std::string commands_;
   std::string faults_;
 };

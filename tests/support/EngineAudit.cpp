@@ -13,8 +13,12 @@ namespace {
 
 class Audit {
  public:
-  Audit(const LpmSm& sm, const Hardware& hardware)
-      : sm_(sm), config_(*sm.config()), status_(*sm.status()), hardware_(hardware) {}
+  Audit(const LpmSm& sm, const Hardware& hardware, const Routes& routes)
+      : sm_(sm),
+        config_(*sm.config()),
+        status_(*sm.status()),
+        hardware_(hardware),
+        routes_(routes) {}
 
   std::string run() {
     for (auto table = sm_.prefixTableIterator(); table; ++table) {
@@ -36,10 +40,10 @@ class Audit {
     }
   }
 
-  /// The block that a prefix is known by, and the one that it wants: the same, but after a refused
-  /// update.
-  bool mayHave(const LpmPrefix::Ptr& prefix, const NextHopBlock& block) const {
-    return block == status_.prefixToNextHopBlock(prefix) || block == config_.request(prefix);
+  bool mayHave(const Key& prefix, const NextHopBlock& block) const {
+    const auto route = routes_.all().find(prefix);
+    return route != routes_.all().end() &&
+           std::find(route->second.begin(), route->second.end(), block) != route->second.end();
   }
 
   U32 blockSize(U32 slots) const {
@@ -83,13 +87,13 @@ class Audit {
       }
       auditPrefixInSlot(*subTrie, prefix, slot, there);
       expect(table.tableConfig()->hashFunc(prefix) == row.value(), "hashes to another row", there);
-      expect(mayHave(prefix, key.slotToNextHopBlock(static_cast<U8>(slot))),
+      expect(mayHave(keyOf(*prefix), key.slotToNextHopBlock(static_cast<U8>(slot))),
              "NHI key has another block", there);
       if (chipRow != nullptr && slot < chipRow->leaves.size()) {
         expect(chipRow->leaves[slot] && chipRow->prefix(slot) == keyOf(*prefix),
                "the chip's leaf differs", there);
-        expect(hardware_.pairOf(*chipRow, slot) == key.slotToNextHopBlock(static_cast<U8>(slot)),
-               "the chip's pair differs", there);
+        expect(mayHave(keyOf(*prefix), hardware_.pairOf(*chipRow, slot)), "the chip's pair differs",
+               there);
       }
     }
     const Brumel::BFA::Blk::Ptr blk = sm_.nhiBaseIdxToBlk(subTrie->nhiBaseIdx());
@@ -194,6 +198,7 @@ class Audit {
   const ConfigBase& config_;
   const Status& status_;
   const Hardware& hardware_;
+  const Routes& routes_;
   std::string complaints_;
   std::map<const NhiInfo*, U32> users_;
   std::map<NhiTableIdx, std::set<const SubTrie*>> usersOfBase_;
@@ -203,6 +208,8 @@ class Audit {
 
 }  // namespace
 
-std::string audit(const LpmSm& sm, const Hardware& hardware) { return Audit(sm, hardware).run(); }
+std::string audit(const LpmSm& sm, const Hardware& hardware, const Routes& routes) {
+  return Audit(sm, hardware, routes).run();
+}
 
 }  // namespace Quarle::Tarnlet::Testing

@@ -167,6 +167,13 @@ class Replay {
 
 }  // namespace
 
+void Routes::add(const Key& prefix, NextHopBlock block) {
+  std::vector<NextHopBlock>& blocks = routes_[prefix];
+  if (std::find(blocks.begin(), blocks.end(), block) == blocks.end()) {
+    blocks.push_back(block);
+  }
+}
+
 std::vector<NextHopBlock> Routes::answers(const Key& address) const {
   std::size_t length = 0;
   const std::vector<NextHopBlock>* best = nullptr;

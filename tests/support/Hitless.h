@@ -8,11 +8,11 @@
 
 namespace Quarle::Tarnlet::Testing {
 
-/// Routes as a naive router holds them. A route may have two blocks: the one that is installed, and
-/// the one that a refused update still wants, which shows as soon as its sub-trie is rewritten.
+/// Routes as a naive router holds them. A route may have several blocks: the one that is installed,
+/// and those that refused updates wanted, which show as soon as its sub-trie is rewritten.
 class Routes {
  public:
-  void add(const Key& prefix, NextHopBlock block) { routes_[prefix].push_back(block); }
+  void add(const Key& prefix, NextHopBlock block);
 
   const std::map<Key, std::vector<NextHopBlock>>& all() const { return routes_; }
 

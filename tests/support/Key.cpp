@@ -78,16 +78,12 @@ Key keyOf(const SubTrieBranch& branch, U8 len, bool longKey) {
 }
 
 Key keyFrom(const std::string& text, bool longKey) {
-  // "7:" in front of an IPv6 address would be ambiguous but for the double colon that our texts
-  // have.
   U32 vrf = 0;
   std::string rest = text;
-  const std::size_t colon = text.find(':');
-  const bool hasVrf = longKey ? colon != std::string::npos && colon < 3 && text[colon + 1] != ':'
-                              : colon != std::string::npos;
-  if (hasVrf) {
-    vrf = static_cast<U32>(std::stoul(text.substr(0, colon)));
-    rest = text.substr(colon + 1);
+  const std::size_t bar = text.find('|');
+  if (bar != std::string::npos) {
+    vrf = static_cast<U32>(std::stoul(text.substr(0, bar)));
+    rest = text.substr(bar + 1);
   }
   if (rest.find('/') == std::string::npos) {
     rest += longKey ? "/128" : "/32";
@@ -103,7 +99,7 @@ std::string textOf(const Key& key) {
   if (key.len < Key::kVrf) {
     return Vellor::format("vrf bits 0x%04x/%u", vrf, unsigned{key.len}).str();
   }
-  const std::string front = vrf == 0 ? "" : std::to_string(vrf) + ":";
+  const std::string front = vrf == 0 ? "" : std::to_string(vrf) + "|";
   const U8 len = static_cast<U8>(key.len - Key::kVrf);
   if (key.longKey) {
     Corsel::Ip6Prefix::Bytes address{};

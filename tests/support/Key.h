@@ -44,7 +44,7 @@ Key keyOf(const LpmPrefix& prefix);
 /// The first `len` bits of a branch.
 Key keyOf(const SubTrieBranch& branch, U8 len, bool longKey);
 
-/// "10.1.0.0/24", "2001:db8::/32", in VRF 7 "7:10.1.0.0/24" and "7:2001:db8::/32". An address alone
+/// "10.1.0.0/24", "2001:db8::/32", in VRF 7 "7|10.1.0.0/24" and "7|2001:db8::/32". An address alone
 /// is a full-length key. Raises Vellor::RangeException for any other text.
 Key keyFrom(const std::string& text, bool longKey);
 

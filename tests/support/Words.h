@@ -14,9 +14,9 @@ inline ::testing::AssertionResult says(const std::string& text,
   for (const std::string word : words) {
     const std::size_t found = text.find(word, at);
     if (found == std::string::npos) {
-      return ::testing::AssertionFailure() << "\"" << word << "\" is missing behind \""
-                                           << text.substr(0, at) << "\" in \"" << text.substr(at)
-                                           << "\"";
+      return ::testing::AssertionFailure()
+             << "\"" << word << "\" is missing behind \"" << text.substr(0, at) << "\" in \""
+             << text.substr(at) << "\"";
     }
     at = found + word.size();
   }
