@@ -128,8 +128,7 @@
  public:                                                                                  \
   static_assert(true, "a semicolon follows here")
 
-// --- plain attributes
-// -------------------------------------------------------------------------------------------------
+// ---- plain attributes ----
 
 #define VELLOR_ATTR(name, Name, Type, initial)                                            \
   VELLOR_BEFORE_(name);                                                                   \

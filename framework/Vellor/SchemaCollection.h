@@ -13,8 +13,7 @@
 
 // Schema lines, second half: the collections. Schema.h tells the whole.
 
-// --- keyed collections
-// ------------------------------------------------------------------------------------------------
+// ---- keyed collections ----
 
 #define VELLOR_READ_KEYED_(name, Name, Key, Value)                          \
   using Name##Iterator = Name##Collection::Iterator;                        \
@@ -44,28 +43,35 @@
   }                                                                              \
   static_assert(true, "a semicolon follows here")
 
+#define VELLOR_NOTIFYING_SET_(name, Name, Key, Value)                            \
+  virtual void name##Is(const Key& key, const Value& value) {                    \
+    if (name##_.set(key, value)) {                                               \
+      this->vellorChanged(VellorBefore_##name::kEnd, vellorHandler_##name(key)); \
+    }                                                                            \
+  }                                                                              \
+  static_assert(true, "a semicolon follows here")
+
+#define VELLOR_FIELD_(name, Name) \
+                                  \
+ private:                         \
+  Name##Collection name##_;       \
+                                  \
+ public:                          \
+  static_assert(true, "a semicolon follows here")
+
 #define VELLOR_KEYED_FIELD_(name, Name)                      \
   void name##DelAll() {                                      \
     for (auto member = name##Iterator(); member; ++member) { \
       this->name##Del(member);                               \
     }                                                        \
   }                                                          \
-                                                             \
- private:                                                    \
-  Name##Collection name##_;                                  \
-                                                             \
- public:                                                     \
-  static_assert(true, "a semicolon follows here")
+  VELLOR_FIELD_(name, Name)
 
 #define VELLOR_NOTIFYING_KEYED_(name, Name, kindOf, Key, Value)                      \
   VELLOR_KEYED_LINE_(name, Name, kindOf, Key);                                       \
   VELLOR_READ_KEYED_(name, Name, Key, Value);                                        \
   VELLOR_NOTIFYING_REMOVAL_(name, Name, Key, Value);                                 \
-  virtual void name##Is(const Key& key, const Value& value) {                        \
-    if (name##_.set(key, value)) {                                                   \
-      this->vellorChanged(VellorBefore_##name::kEnd, vellorHandler_##name(key));     \
-    }                                                                                \
-  }                                                                                  \
+  VELLOR_NOTIFYING_SET_(name, Name, Key, Value);                                     \
   void new##Name(const Key& key, const Value& value) { this->name##Is(key, value); } \
   VELLOR_KEYED_FIELD_(name, Name)
 
@@ -173,44 +179,29 @@
   void new##Name(const ::Vellor::Ptr<Object>& object) { this->name##Is(object); } \
   VELLOR_KEYED_FIELD_(name, Name)
 
-// --- queues and arrays
-// ------------------------------------------------------------------------------------------------
+// ---- queues and arrays ----
 
 #define VELLOR_READ_QUEUE_(name, Name, Value)                                             \
   using Name##Collection = ::Vellor::LinkQueue<Value>;                                    \
-  using Name##Iterator = Name##Collection::Iterator;                                      \
   using Name##Metadata = ::Vellor::LinkQueueMetadata;                                     \
-  Value name(U32 index) const { return name##_.value(index); }                            \
-  U32 name##s() const { return name##_.count(); }                                         \
-  Name##Iterator name##Iterator() const { return name##_.iterator(); }                    \
-  Name##Iterator name##IteratorConst() const { return name##_.iterator(); }               \
+  VELLOR_READ_KEYED_(name, Name, U32, Value);                                             \
   Name##Metadata name##Metadata() const { return name##_.metadata(); }                    \
   void name##MetadataIs(const Name##Metadata& metadata) { name##_.metadataIs(metadata); } \
-  const Name##Collection& name##Collection() const { return name##_; }                    \
   static_assert(true, "a semicolon follows here")
+
+#define VELLOR_QUEUE_FIELD_(name, Name) \
+  void name##DelAll() {                 \
+    while (name##_.count() != 0) {      \
+      name##Deq();                      \
+    }                                   \
+  }                                     \
+  VELLOR_FIELD_(name, Name)
 
 #define VELLOR_QUEUE(name, Name, Value)                                            \
   VELLOR_KEYED_LINE_(name, Name, queue, U32);                                      \
   VELLOR_READ_QUEUE_(name, Name, Value);                                           \
-  virtual Value name##Del(U32 index) {                                             \
-    bool removed = false;                                                          \
-    Value old = name##_.take(index, removed);                                      \
-    if (removed) {                                                                 \
-      this->vellorChanged(VellorBefore_##name::kEnd, vellorHandler_##name(index)); \
-    }                                                                              \
-    return old;                                                                    \
-  }                                                                                \
-  virtual Value name##Del(const Name##Iterator& iterator) {                        \
-    return this->name##Del(iterator.key());                                        \
-  }                                                                                \
-  virtual void name##Notify(U32 index) {                                           \
-    this->vellorNotify(VellorBefore_##name::kEnd, vellorHandler_##name(index));    \
-  }                                                                                \
-  virtual void name##Is(U32 index, const Value& value) {                           \
-    if (name##_.set(index, value)) {                                               \
-      this->vellorChanged(VellorBefore_##name::kEnd, vellorHandler_##name(index)); \
-    }                                                                              \
-  }                                                                                \
+  VELLOR_NOTIFYING_REMOVAL_(name, Name, U32, Value);                               \
+  VELLOR_NOTIFYING_SET_(name, Name, U32, Value);                                   \
   void name##Enq(Value value) {                                                    \
     const U32 index = name##_.enq(std::move(value));                               \
     this->vellorChanged(VellorBefore_##name::kEnd, vellorHandler_##name(index));   \
@@ -223,17 +214,7 @@
     }                                                                              \
     return head;                                                                   \
   }                                                                                \
-  void name##DelAll() {                                                            \
-    while (name##_.count() != 0) {                                                 \
-      name##Deq();                                                                 \
-    }                                                                              \
-  }                                                                                \
-                                                                                   \
- private:                                                                          \
-  Name##Collection name##_;                                                        \
-                                                                                   \
- public:                                                                           \
-  static_assert(true, "a semicolon follows here")
+  VELLOR_QUEUE_FIELD_(name, Name)
 
 #define VELLOR_OBJ_QUEUE(name, Name, Value)                                             \
   VELLOR_SILENT_LINE_(name, Name, queue);                                               \
@@ -251,55 +232,19 @@
     name##_.deq(head, index);                                                           \
     return head;                                                                        \
   }                                                                                     \
-  void name##DelAll() {                                                                 \
-    while (name##_.count() != 0) {                                                      \
-      name##Deq();                                                                      \
-    }                                                                                   \
-  }                                                                                     \
   /* Room for this many members without growth. */                                      \
   void name##Reserve(U32 members) { name##_.reserve(members); }                         \
-                                                                                        \
- private:                                                                               \
-  Name##Collection name##_;                                                             \
-                                                                                        \
- public:                                                                                \
-  static_assert(true, "a semicolon follows here")
+  VELLOR_QUEUE_FIELD_(name, Name)
 
-#define VELLOR_ARRAY(name, Name, Index, Value)                                     \
-  VELLOR_KEYED_LINE_(name, Name, array, Index);                                    \
-  Value name(Index index) const { return name##_.value(index); }                   \
-  using Name##Iterator = ::Vellor::DynArray<Value>::Iterator;                      \
-  Name##Iterator name##Iterator() const { return name##_.iterator(); }             \
-  Name##Iterator name##IteratorConst() const { return name##_.iterator(); }        \
-  U32 name##s() const { return name##_.count(); }                                  \
-  const ::Vellor::DynArray<Value>& name##Collection() const { return name##_; }    \
-  virtual Value name##Del(Index index) {                                           \
-    bool removed = false;                                                          \
-    Value old = name##_.take(index, removed);                                      \
-    if (removed) {                                                                 \
-      this->vellorChanged(VellorBefore_##name::kEnd, vellorHandler_##name(index)); \
-    }                                                                              \
-    return old;                                                                    \
-  }                                                                                \
-  virtual Value name##Del(const Name##Iterator& iterator) {                        \
-    return this->name##Del(static_cast<Index>(iterator.key()));                    \
-  }                                                                                \
-  virtual void name##Notify(Index index) {                                         \
-    this->vellorNotify(VellorBefore_##name::kEnd, vellorHandler_##name(index));    \
-  }                                                                                \
-  virtual void name##Is(Index index, const Value& value) {                         \
-    if (name##_.set(index, value)) {                                               \
-      this->vellorChanged(VellorBefore_##name::kEnd, vellorHandler_##name(index)); \
-    }                                                                              \
-  }                                                                                \
-  void name##DelAll() {                                                            \
-    while (name##_.count() != 0) {                                                 \
-      this->name##Del(static_cast<Index>(name##_.count() - 1));                    \
-    }                                                                              \
-  }                                                                                \
-                                                                                   \
- private:                                                                          \
-  ::Vellor::DynArray<Value> name##_;                                               \
-                                                                                   \
- public:                                                                           \
-  static_assert(true, "a semicolon follows here")
+#define VELLOR_ARRAY(name, Name, Index, Value)                  \
+  VELLOR_KEYED_LINE_(name, Name, array, Index);                 \
+  using Name##Collection = ::Vellor::DynArray<Value>;           \
+  VELLOR_READ_KEYED_(name, Name, Index, Value);                 \
+  VELLOR_NOTIFYING_REMOVAL_(name, Name, Index, Value);          \
+  VELLOR_NOTIFYING_SET_(name, Name, Index, Value);              \
+  void name##DelAll() {                                         \
+    while (name##_.count() != 0) {                              \
+      this->name##Del(static_cast<Index>(name##_.count() - 1)); \
+    }                                                           \
+  }                                                             \
+  VELLOR_FIELD_(name, Name)

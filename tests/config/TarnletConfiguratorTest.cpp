@@ -6,8 +6,8 @@
 #include "model/Tarnlet.h"
 #include "tests/config/BitwiseCrc.h"
 #include "tests/config/FakeChip.h"
+#include "tests/support/Random.h"
 #include "tests/support/TraceLines.h"
-#include "tests/xdksim/Random.h"
 #include "xdksim/Chip.h"
 #include "xdksim/HashPolynomials.h"
 

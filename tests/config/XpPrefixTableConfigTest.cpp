@@ -6,7 +6,7 @@
 #include "framework/Xdk/Xdk.h"
 #include "model/Tarnlet.h"
 #include "tests/config/BitwiseCrc.h"
-#include "tests/xdksim/Random.h"
+#include "tests/support/Random.h"
 
 #include <gtest/gtest.h>
 

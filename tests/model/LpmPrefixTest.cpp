@@ -3,7 +3,7 @@
 #include <sstream>
 #include <string>
 
-#include "tests/xdksim/Random.h"
+#include "tests/support/Random.h"
 
 #include <gtest/gtest.h>
 

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "model/PrefixTable.h"
+#include "tests/support/Random.h"
 #include "tests/support/TraceLines.h"
-#include "tests/xdksim/Random.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "tests/nexthop/NextHopTable.h"
-#include "tests/xdksim/Random.h"
+#include "tests/support/Random.h"
 
 #include <gtest/gtest.h>
 

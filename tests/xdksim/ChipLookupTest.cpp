@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/xdksim/Random.h"
+#include "tests/support/Random.h"
 #include "tests/xdksim/SmallProfile.h"
 #include "xdksim/Chip.h"
 #include "xdksim/HashPolynomials.h"

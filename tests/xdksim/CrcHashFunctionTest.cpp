@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "framework/Xdk/XpHashFunction.h"
-#include "tests/xdksim/Random.h"
+#include "tests/support/Random.h"
 #include "xdksim/HashPolynomials.h"
 
 namespace {

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/xdksim/Random.h"
+#include "tests/support/Random.h"
 
 namespace XdkSim {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "framework/Vellor/HashMap.h"
 #include "tests/framework/Vellor/CollidingKey.h"
-#include "tests/xdksim/Random.h"
+#include "tests/support/Random.h"
 
 #include <gtest/gtest.h>
 

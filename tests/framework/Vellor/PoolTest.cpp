@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "framework/Vellor/Types.h"
-#include "tests/xdksim/Random.h"
+#include "tests/support/Random.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/xdksim/Random.h"
+#include "tests/support/Random.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "tests/framework/Vellor/CollidingKey.h"
-#include "tests/xdksim/Random.h"
+#include "tests/support/Random.h"
 
 #include <gtest/gtest.h>
 
