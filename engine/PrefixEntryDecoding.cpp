@@ -132,7 +132,7 @@ bool parsePrefixTableEntry(const ConfigBase::Ptr& config,
                    << " offset " << offset << " branch 0: " << branch.word0() << " 1: "
                    << branch.word1() << " 2: " << branch.word2() << " 3: " << branch.word3()
                    << " 4: " << branch.word4() << " tableId " << tableConfig->tableId());
-  VELLOR_ASSERT(prefixes.size() == 0, "prefixes.size() == 0");
+  VELLOR_ASSERT(prefixes.empty(), "prefixes.size() == 0");
   const char* reason =
       parsePrefixTableEntry(*config, *helper, *tableConfig, entry, offset, branch, prefixes);
   const bool valid = reason == nullptr;

@@ -173,8 +173,8 @@ SubTrie::Ptr RestartWalk::makeSubTrie(const PrefixTable::Ptr& table,
   // A list has no more members than a row has slots, and none behind the last used one: what was
   // empty there before the restart is not recoverable.
   const U8 slots = static_cast<U8>(prefixes_.size());
-  const SubTrie::Ptr subTrie = subTrieFactory(offset, branch, static_cast<U8>(entry.branchLen),
-                                              static_cast<U8>(entry.stride), modeSparse, table);
+  SubTrie::Ptr subTrie = subTrieFactory(offset, branch, static_cast<U8>(entry.branchLen),
+                                        static_cast<U8>(entry.stride), modeSparse, table);
   table->subTrieIs(offset, subTrie);
   subTrie->nhiBaseIdxIs(nhiBaseIdx);
   subTrie->nhiBlkSizeIs(lpmSm_.nhiBlockSize(slots));
