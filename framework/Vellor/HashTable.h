@@ -174,9 +174,6 @@ class HashTable {
     return RawIterator(past, past);
   }
 
-  /// Bytes held besides the map itself.
-  std::size_t bytes() const { return rep_ == nullptr ? 0 : Rep::bytes(rep_->limit); }
-
  private:
   static constexpr U32 kDense = 32;
 

@@ -18,8 +18,8 @@ class VELLOR_API Pool {
   static constexpr std::size_t kGranule = 8;
   static constexpr std::size_t kMaxPooled = 512;
 
-  /// A block of at least `size` bytes, aligned to 8. Throws std::bad_alloc like operator
-  /// new. REQUIRES: `size` is not 0.
+  /// A block of at least `size` bytes, aligned to 8. Throws std::bad_alloc like operator new.
+  /// REQUIRES: `size` is not 0.
   static void* take(std::size_t size);
 
   /// REQUIRES: `block` came from take() with the same `size`.
