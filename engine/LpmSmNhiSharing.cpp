@@ -148,6 +148,7 @@ bool LpmSm::updateNhiInfoForSubTrie(const SubTrie::Ptr& subTrie) {
   NhiTableIdx nhiBaseIdx = nhiBaseIdxFromNhiInfoKey(subTrie, key);
   if (nhiBaseIdx != NhiTableIdx()) {
     VELLOR_TRACE(tarnletSmTrace, kFlowLevel, " nhiinfo available " << nhiBaseIdx.str());
+    nhiBaseIdxToSubTrie_.prefetch(nhiBaseIdx);
     releaseNhiInfo(subTrie);
     if (subTrie->prefixs() == 0) {
       VELLOR_TRACE(tarnletSmTrace, kFlowLevel, " subtrie is empty ");

@@ -65,9 +65,10 @@ RouteReturnCode LpmSm::moveSubTrieFromRow(const LpmPrefix::Ptr& lpmPrefix,
     }
     dstPrefixTableIdx = candidate->tableConfig()->hashFunc(srcLpmPrefix);
     VELLOR_TRACE(tarnletSmTrace, kTraceLevel, " dstPrefixTableIdx " << dstPrefixTableIdx);
-    if (const auto* occupant = candidate->subTrieCollection().find(dstPrefixTableIdx)) {
-      VELLOR_TRACE(tarnletSmTrace, kTraceLevel,
-                   " skip - subtrie already present " << occupant->value->str());
+    if (candidate->subTrieCollection().isMember(dstPrefixTableIdx)) {
+      VELLOR_TRACE(
+          tarnletSmTrace, kTraceLevel,
+          " skip - subtrie already present " << candidate->subTrie(dstPrefixTableIdx)->str());
       continue;
     }
     dstPrefixTable = candidate;

@@ -23,9 +23,15 @@ namespace Vellor {
 /// and growth streams from array to array. Up to 32 members stand dense in an array of their own
 /// size (`logSize` 0). Empty, a map is one null pointer.
 ///
+/// Where the hash tells the key, a bit for each place tells beside the array whether it is taken: a
+/// search for an absent key mostly ends there, in the cache, and not in the array, which is not.
+/// And keys below the number of homes have a home each: then the array is a plain one by index, and
+/// there is no reason to grow however full it is.
+///
 /// Invariant 1: hashes never fall along the array.
 /// Invariant 2: between a member's home and its place no place is vacant.
 /// Invariant 3: members of equal hash stand in the order of their insertion.
+/// Invariant 4: where there are such bits, they are set exactly for the places that are not vacant.
 ///
 /// An Iterator survives any change of the map: it holds its current member's key and value and
 /// finds the successor anew by the hash when the member is no longer where it was. Raw ranges
@@ -55,7 +61,17 @@ class HashTable {
 
   U32 count() const { return rep_ == nullptr ? 0 : rep_->count; }
 
-  bool isMember(const Key& key) const { return find(key) != nullptr; }
+  bool isMember(const Key& key) const {
+    if constexpr (kHasBits) {
+      if (rep_ != nullptr && rep_->logSize != 0) {
+        const U32 hash = placementHash(key);
+        if (rep_->oneHomeEach(rep_->allHashes | hash)) {
+          return rep_->isTaken(rep_->home(hash));
+        }
+      }
+    }
+    return find(key) != nullptr;
+  }
 
   /// The member at `key`, or null. It stays in place until the next change of the map.
   const Member* find(const Key& key) const {
@@ -96,7 +112,7 @@ class HashTable {
   /// Adds a member whose key is absent. REQUIRES: `hash` is the placement hash of the member's key,
   /// which is absent.
   void insertNew(U32 hash, Member&& member) {
-    makeRoom();
+    makeRoom(hash);
     U32 place = placeFor(hash);
     U32 end = place;
     while (end < rep_->limit && !rep_->members()[end].vacant()) {
@@ -120,6 +136,8 @@ class HashTable {
       }
     }
     new (at + place) Member(std::move(member));
+    rep_->taken(end);
+    rep_->allHashes |= hash;
     ++rep_->count;
   }
 
@@ -176,10 +194,13 @@ class HashTable {
 
  private:
   static constexpr U32 kDense = 32;
+  static constexpr bool kHasBits = HashIsKey<Key>;
 
   struct Rep {
     U32 count;
     U32 limit;
+    // Every bit that the hash of some member has, or had since the last rebuild.
+    U32 allHashes;
     U8 logSize;
 
     static constexpr std::size_t kHeader = alignof(Member) > 16 ? alignof(Member) : 16;
@@ -192,11 +213,45 @@ class HashTable {
 
     U32 home(U32 hash) const { return static_cast<U32>(static_cast<U64>(hash) << logSize >> 32); }
 
-    static std::size_t bytes(U32 limit) { return kHeader + limit * sizeof(Member); }
+    /// Whether every key that these hashes could be has a home of its own.
+    bool oneHomeEach(U32 hashes) const {
+      return kHasBits && static_cast<U32>(U64{hashes} << logSize) == 0;
+    }
+
+    U64* bits() {
+      return reinterpret_cast<U64*>(reinterpret_cast<std::byte*>(this) + bitsAt(limit));
+    }
+
+    bool isTaken(U32 place) { return (bits()[place / 64] >> place % 64 & 1) != 0; }
+
+    void taken(U32 place) {
+      if constexpr (kHasBits) {
+        if (logSize != 0) {
+          bits()[place / 64] |= U64{1} << place % 64;
+        }
+      }
+    }
+
+    void left(U32 place) {
+      if constexpr (kHasBits) {
+        if (logSize != 0) {
+          bits()[place / 64] &= ~(U64{1} << place % 64);
+        }
+      }
+    }
+
+    static std::size_t bitsAt(U32 limit) {
+      return (kHeader + limit * sizeof(Member) + alignof(U64) - 1) & ~(alignof(U64) - 1);
+    }
+
+    static std::size_t bytes(U8 logSize, U32 limit) {
+      return kHasBits && logSize != 0 ? bitsAt(limit) + (limit / 64 + 1) * sizeof(U64)
+                                      : kHeader + limit * sizeof(Member);
+    }
 
     /// All places vacant, which is all bytes zero.
     static Rep* make(U8 logSize, U32 limit) {
-      const std::size_t size = bytes(limit);
+      const std::size_t size = bytes(logSize, limit);
       void* block = nullptr;
       if (size <= Pool::kMaxPooled) {
         block = Pool::take(size);
@@ -208,11 +263,11 @@ class HashTable {
           throw std::bad_alloc();
         }
       }
-      return new (block) Rep{0, limit, logSize};
+      return new (block) Rep{0, limit, 0, logSize};
     }
 
     static void end(Rep* rep) {
-      const std::size_t size = bytes(rep->limit);
+      const std::size_t size = bytes(rep->logSize, rep->limit);
       if (size <= Pool::kMaxPooled) {
         Pool::giveBack(rep, size);
       } else {
@@ -253,7 +308,13 @@ class HashTable {
   }
 
   const Member* findAt(const Key& key, U32 hash) const {
-    const Member* at = rep_->members() + searchFrom(hash);
+    const U32 from = searchFrom(hash);
+    if constexpr (kHasBits) {
+      if (rep_->logSize != 0 && !rep_->isTaken(from)) {
+        return nullptr;
+      }
+    }
+    const Member* at = rep_->members() + from;
     const Member* past = rep_->pastLast();
     for (; at != past && !at->vacant(); ++at) {
       const U32 standing = at->hash();
@@ -296,9 +357,11 @@ class HashTable {
         relocate(at + i, at + i + 1);
       }
     }
+    rep_->left(next - 1);
   }
 
-  void makeRoom() {
+  /// For one member more, of this hash.
+  void makeRoom(U32 hash) {
     if (rep_ == nullptr) {
       rep_ = Rep::make(0, 1);
       return;
@@ -315,7 +378,8 @@ class HashTable {
       return;
     }
     const U32 homes = U32{1} << rep_->logSize;
-    if (rep_->count >= homes / 32 * Member::k32ndsFull) {
+    if (rep_->count >= homes / 32 * Member::k32ndsFull &&
+        !rep_->oneHomeEach(rep_->allHashes | hash)) {
       rebuild(static_cast<U8>(rep_->logSize + 1), 0);
     }
   }
@@ -348,7 +412,9 @@ class HashTable {
       if (!from[i].vacant()) {
         const U32 home = homeOf(from[i].hash());
         const U32 place = home > next ? home : next;
+        rep_->allHashes |= from[i].hash();
         relocate(to + place, from + i);
+        rep_->taken(place);
         next = place + 1;
       }
     }

@@ -89,6 +89,49 @@ TEST(HashMap, smallNumbersAreWalkedInBitReversedOrder) {
   EXPECT_EQ(keys(map), "0 8 4 12 2 10 6 14 1 9 5 13 3 11 7 15");
 }
 
+TEST(HashMap, numbersBelowAPowerOfTwoMayFillItWhole) {
+  // Every other key first, then all, then some beyond, then the first half gone: the map passes
+  // from homes that are shared to a home for each key and back.
+  HashMap<U32, U32> map;
+  std::vector<U32> present;
+  const auto expectExactly = [&](U32 keysBelow, const char* when) {
+    std::vector<bool> expected(keysBelow);
+    for (const U32 key : present) {
+      expected[key] = true;
+    }
+    ASSERT_EQ(map.count(), present.size()) << when;
+    for (U32 key = 0; key < keysBelow; ++key) {
+      ASSERT_EQ(map.isMember(key), expected[key]) << when << " key " << key;
+      ASSERT_EQ(map.find(key) != nullptr, expected[key]) << when << " key " << key;
+      ASSERT_EQ(map.value(key), expected[key] ? key + 1 : 0) << when << " key " << key;
+    }
+  };
+  for (U32 parity = 0; parity < 2; ++parity) {
+    for (U32 key = parity; key < 1024; key += 2) {
+      EXPECT_TRUE(map.set(key, key + 1));
+      present.push_back(key);
+    }
+    expectExactly(4096, parity == 0 ? "even keys" : "all keys");
+  }
+  std::vector<U32> order;
+  for (auto member = map.iterator(); member; ++member) {
+    order.push_back(member.key());
+  }
+  EXPECT_EQ(order, bitReversedOrder(1024));
+  for (U32 key = 1024; key < 3000; key += 7) {
+    EXPECT_TRUE(map.set(key, key + 1));
+    present.push_back(key);
+  }
+  expectExactly(4096, "keys beyond");
+  for (U32 key = 0; key < 512; ++key) {
+    bool removed = false;
+    EXPECT_EQ(map.take(key, removed), key + 1);
+    EXPECT_TRUE(removed);
+  }
+  std::erase_if(present, [](U32 key) { return key < 512; });
+  expectExactly(4096, "first half gone");
+}
+
 TEST(HashMap, theOrderDependsOnNeitherSizeNorHistory) {
   Random random;
   SCOPED_TRACE(random.seedText());
