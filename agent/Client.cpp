@@ -13,6 +13,12 @@ constexpr U32 kLongestRun = 1024;
 
 constexpr U32 largestOf(U32 bits) { return bits >= 32 ? ~U32{0} : (U32{1} << bits) - 1; }
 
+FamilyOptions familyOptions(const ClientOptions& options, U8 maxLength) {
+  return {.maxLength = maxLength,
+          .headroom = options.headroom,
+          .retriesPerEvent = options.retriesPerEvent};
+}
+
 }  // namespace
 
 Client::Configs::Configs(const Sennet::SystemStatus::Ptr& systemStatus,
@@ -24,6 +30,8 @@ Client::Configs::Configs(const Sennet::SystemStatus::Ptr& systemStatus,
   tarnletConfiguratorFactory(systemStatus, ipv4, ipv6, nextHops, treads)->doConfig();
   ipv4->supportMultiNhiEntriesPerSubTrieIs(options.multiEntryRows);
   ipv6->supportMultiNhiEntriesPerSubTrieIs(options.multiEntryRows);
+  checkProfile(*ipv4, options.maxLengthV4);
+  checkProfile(*ipv6, options.maxLengthV6);
 }
 
 /// Both families name the same rows, so the narrower pair decides.
@@ -35,14 +43,68 @@ GroupLimits Client::Configs::groupLimits() const {
 
 Client::Client(const ChipAccess& chip, const ClientOptions& options)
     : configs_(chip.systemStatus, options),
-      groups_(configs_.nextHops,
-              configs_.groupLimits(),
-              chip.ipv4,
-              [this](std::span<const GroupMove> moves) { moveGroups(moves); }),
-      ipv4_(configs_.ipv4, groups_, chip.ipv4),
-      ipv6_(configs_.ipv6, groups_, chip.ipv6) {
+      groups_(configs_.nextHops, configs_.groupLimits(), chip.ipv4, faults_, groupOwner()),
+      ipv4_(configs_.ipv4, shared(), chip.ipv4, familyOptions(options, options.maxLengthV4)),
+      ipv6_(configs_.ipv6, shared(), chip.ipv6, familyOptions(options, options.maxLengthV6)) {
   ipv4_.hashShufflingIs(options.hashShuffling);
   ipv6_.hashShufflingIs(options.hashShuffling);
+}
+
+NextHopGroups::Owner Client::groupOwner() {
+  return {.followMoves = [this](std::span<const GroupMove> moves) { moveGroups(moves); },
+          .canFollow = [this] { return ipv4_.canFollow() && ipv6_.canFollow(); }};
+}
+
+FamilyClient::Shared Client::shared() {
+  return {.groups = groups_,
+          .faults = faults_,
+          .answerHandler = answerHandler_,
+          .rowsCameFree = [this] { retryGroups(); }};
+}
+
+SwId Client::groupIs(std::span<const U64> nextHops) {
+  const SwId group = groups_.hold(nextHops);
+  settle();
+  return group;
+}
+
+SwId Client::ownGroupIs(std::span<const U64> nextHops) {
+  const SwId group = groups_.make(nextHops);
+  settle();
+  return group;
+}
+
+Answer Client::groupNextHopsAre(SwId group, std::span<const U64> nextHops) {
+  const std::span<const U64> present = groups_.nextHops(group);
+  const bool same = !groups_.refusal(group) &&
+                    std::equal(present.begin(), present.end(), nextHops.begin(), nextHops.end());
+  const std::optional<RefusalReason> refusal = groups_.change(group, nextHops);
+  if (!refusal && !same) {
+    // Wishes for the group may wait for rows that it has now.
+    retryGroups();
+  }
+  settle();
+  if (refusal) {
+    return {.outcome = Outcome::refused, .reason = *refusal};
+  }
+  return {.outcome = same ? Outcome::unchanged : Outcome::updated};
+}
+
+void Client::groupDel(SwId group) {
+  groups_.release(group);
+  settle();
+}
+
+void Client::retryGroups() {
+  ipv4_.retryGroups();
+  ipv6_.retryGroups();
+}
+
+void Client::settle() {
+  if (groups_.takeRoom()) {
+    retryGroups();
+  }
+  faults_.raiseIfAny();
 }
 
 void Client::moveGroups(std::span<const GroupMove> moves) {

@@ -4,6 +4,9 @@
 
 #include "agent/FamilyClient.h"
 #include "agent/NextHopGroups.h"
+#include "agent/NhiRoom.h"
+#include "agent/ProfileCheck.h"
+#include "agent/WriteFaults.h"
 #include "framework/Sennet/SystemStatus.h"
 #include "framework/Xdk/Xdk.h"
 
@@ -22,19 +25,29 @@ struct ClientOptions {
   bool hashShuffling = true;
   // Whether a row's pairs may span several NHI entries.
   bool multiEntryRows = true;
+  // The longest prefixes that will be requested, in address bits: longer ones are refused, and a
+  // chip that cannot serve so long ones need not.
+  U8 maxLengthV4 = 32;
+  U8 maxLengthV6 = 128;
+  // How much of each family's NHI memory is kept back from new routes.
+  HeadroomOptions headroom = {};
+  // Refused wishes of a family that are tried again when room has returned.
+  U32 retriesPerEvent = 8;
 };
 
 /// A client of the library for one chip: configures the library from the chip's table contexts,
 /// builds its state machines and keeps routes and next-hop groups in step with them.
 ///
-/// Order of calls: construct; `groupIs` for the groups of some routes; `family(f).routeIs` and
-/// `routeDel`; `groupDel` for each `groupIs`. A group stays for as long as a route leads there,
-/// whatever its holder does. All from one thread.
+/// Order of calls: construct; `answerHandlerIs` if every answer is to be told; then, in any order,
+/// `family(f).routeIs` and `routeDel`, with next hops spelled out or with a group from `groupIs` or
+/// `ownGroupIs`, and `groupDel` for each of these. A group stays for as long as a route leads
+/// there, whatever its holder does. All from one thread.
 ///
-/// Routes of one family are best loaded in a run, then those of the other: the engine's rotation
-/// over the NHI tiles is one for the whole process.
+/// Every operation raises `ChipWriteError` when the SDK refused a write, after its work is done:
+/// what the client knows is whole, and the chip lacks the row that the text names.
 class Client {
  public:
+  /// Raises `ProfileError` when the chip cannot serve every prefix up to the lengths of `options`.
   /// The managers outlive the client. A chip whose table contexts make no sense ends the process.
   explicit Client(const ChipAccess& chip, const ClientOptions& options = {});
 
@@ -45,17 +58,38 @@ class Client {
 
   const FamilyClient& family(Family which) const { return which == Family::ipv4 ? ipv4_ : ipv6_; }
 
-  /// The group of these next hops, in the caller's own numbers, held once more; see
-  /// `NextHopGroups`.
-  SwId groupIs(std::span<const U64> nextHops) { return groups_.hold(nextHops); }
+  /// Tells every answer from now on to `handler`; an empty one ends that.
+  void answerHandlerIs(AnswerHandler handler) { answerHandler_ = std::move(handler); }
 
-  /// Gives back one `groupIs`.
-  void groupDel(SwId group) { groups_.release(group); }
+  /// The group of these next hops, in the caller's own numbers, held once more; it is shared with
+  /// all who ask for the same list. A group that cannot be had is one too: routes that should lead
+  /// there are refused.
+  SwId groupIs(std::span<const U64> nextHops);
+
+  /// A new group of these next hops for the caller alone, held once.
+  SwId ownGroupIs(std::span<const U64> nextHops);
+
+  /// Gives the group another list of next hops, for all who hold it, and every route that leads
+  /// there follows; see `NextHopGroups`. `updated`, `unchanged`, or `refused` with nothing changed.
+  /// Takes a walk over all routes when the number of next hops changes, else one write for each row
+  /// that does.
+  ///
+  /// A route that finds no NHI room to follow stays with the old next hops, whose rows stay for it,
+  /// and is on the list of refused until it can.
+  ///
+  /// REQUIRES: `group` is held by the caller.
+  Answer groupNextHopsAre(SwId group, std::span<const U64> nextHops);
+
+  /// Gives back one `groupIs` or `ownGroupIs`.
+  void groupDel(SwId group);
 
   const NextHopGroups& groups() const { return groups_; }
 
+  /// Tries up to `most` refused wishes of each family again; the number of those served.
+  U64 retryRefused(U64 most) { return ipv4_.retryRefused(most) + ipv6_.retryRefused(most); }
+
  private:
-  /// The configurations, filled before anything is built over them.
+  /// The configurations, filled and checked before anything is built over them.
   struct Configs {
     Configs(const Sennet::SystemStatus::Ptr& systemStatus, const ClientOptions& options);
 
@@ -66,9 +100,16 @@ class Client {
     TarnletNextHop::Config::Ptr nextHops;
   };
 
+  NextHopGroups::Owner groupOwner();
+  FamilyClient::Shared shared();
   void moveGroups(std::span<const GroupMove> moves);
+  void retryGroups();
+  /// The end of an operation on groups.
+  void settle();
 
   Configs configs_;
+  WriteFaults faults_;
+  AnswerHandler answerHandler_;
   NextHopGroups groups_;
   FamilyClient ipv4_;
   FamilyClient ipv6_;

@@ -1,7 +1,7 @@
 #include "agent/CommandConsumer.h"
 
+#include <exception>
 #include <string>
-#include <utility>
 
 #include "agent/CommandEncoding.h"
 
@@ -11,29 +11,47 @@ namespace {
 
 constexpr U32 kDevice = 0;
 
-std::string in(Family family, const std::string& place) {
-  return std::string(familyName(family)) + " " + place;
-}
-
 }  // namespace
 
-void throwChipWriteError(const std::string& place, XP_STATUS status) {
-  throw ChipWriteError(place + ": the SDK answered " + std::to_string(status) +
-                       " to the write, expected " + std::to_string(XP_NO_ERR) + ", " +
-                       std::to_string(XP_ERR_BUS_RETRIED) + " or " +
-                       std::to_string(XP_ERR_MEMORY_CORRECTED));
+void CommandConsumer::Reactor::onPendingCmd(const U32& /*index*/) {
+  if (consumer_ != nullptr && !consumer_->draining_) {
+    consumer_->drain();
+  }
 }
 
 CommandConsumer::CommandConsumer(Family family,
-                                 Tarnlet::Status::Ptr status,
+                                 const Tarnlet::Status::Ptr& status,
                                  Tarnlet::KeyType keyType,
-                                 xpIpRouteLpmMgr* manager)
-    : family_(family), status_(std::move(status)), keyType_(keyType), manager_(manager) {}
+                                 xpIpRouteLpmMgr* manager,
+                                 WriteFaults& faults)
+    : family_(family),
+      status_(*status),
+      keyType_(keyType),
+      manager_(manager),
+      faults_(faults),
+      reactor_(new Reactor()) {
+  reactor_->consumerIs(this);
+  reactor_->notifierIs(status);
+  reactor_->isRegisteredNotifieeIs(true);
+  drain();
+}
+
+CommandConsumer::~CommandConsumer() {
+  reactor_->isRegisteredNotifieeIs(false);
+  reactor_->consumerIs(nullptr);
+}
 
 void CommandConsumer::drain() {
-  while (const Tarnlet::CommandBase::Ptr command = status_->pendingCmdDeq()) {
-    carryOut(*command);
+  draining_ = true;
+  while (const Tarnlet::CommandBase::Ptr command = status_.pendingCmdDeq()) {
+    try {
+      carryOut(*command);
+    } catch (...) {
+      // The notification would keep it to itself.
+      faults_.note(std::current_exception());
+    }
   }
+  draining_ = false;
 }
 
 void CommandConsumer::carryOut(const Tarnlet::CommandBase& command) {
@@ -59,9 +77,7 @@ void CommandConsumer::write(const Tarnlet::PrefixCommand& command) {
   const U32 row = command.index().value();
   const XP_STATUS status = manager_->writePrefixEntry(kDevice, table, row, &prefixEntry_);
   if (!isWritten(status)) {
-    throwChipWriteError(
-        in(family_, "prefix table " + std::to_string(table) + " row " + std::to_string(row)),
-        status);
+    noteRefused("prefix table " + std::to_string(table) + " row " + std::to_string(row), status);
   }
 }
 
@@ -71,9 +87,12 @@ void CommandConsumer::write(const Tarnlet::NhiCommand& command) {
   const U32 row = command.index().offset();
   const XP_STATUS status = manager_->writeNhiEntry(kDevice, tile, row, &nhiEntry_);
   if (!isWritten(status)) {
-    throwChipWriteError(
-        in(family_, "NHI tile " + std::to_string(tile) + " row " + std::to_string(row)), status);
+    noteRefused("NHI tile " + std::to_string(tile) + " row " + std::to_string(row), status);
   }
+}
+
+void CommandConsumer::noteRefused(const std::string& place, XP_STATUS status) {
+  faults_.note(familyName(family_) + (" " + place), status);
 }
 
 }  // namespace Quarle::Agent

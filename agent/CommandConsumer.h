@@ -1,31 +1,15 @@
 #pragma once
 
-#include <stdexcept>
 #include <string>
 
+#include "agent/WriteFaults.h"
 #include "agent/source/RouteEntry.h"
 #include "framework/Xdk/Xdk.h"
 #include "model/Tarnlet.h"
 
 namespace Quarle::Agent {
 
-/// The SDK refused a write: software and chip no longer agree. One line with the operation, the row
-/// and the code.
-class ChipWriteError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
-/// Raises `ChipWriteError` for a write to `place` that the SDK answered with `status`.
-[[noreturn]] void throwChipWriteError(const std::string& place, XP_STATUS status);
-
 constexpr const char* familyName(Family family) { return family == Family::ipv4 ? "IPv4" : "IPv6"; }
-
-/// Whether the write went through: the two codes besides success tell of trouble on the way that
-/// the chip has mended.
-constexpr bool isWritten(XP_STATUS status) {
-  return status == XP_NO_ERR || status == XP_ERR_BUS_RETRIED || status == XP_ERR_MEMORY_CORRECTED;
-}
 
 /// What a consumer carried out, by kind of command.
 struct CommandCounts {
@@ -35,36 +19,64 @@ struct CommandCounts {
   bool operator==(const CommandCounts&) const = default;
 };
 
-/// Empties the command queue of one family into the chip, in queue order: the order is what keeps
-/// forwarding intact while tables change, so nothing is ever skipped, merged or put off.
+/// Carries each command of one family out into the chip as it is queued, in queue order: the order
+/// is what keeps forwarding intact while tables change, so nothing is ever skipped, merged or put
+/// off. A compaction queues a hundred thousand commands in one request; the queue stays empty all
+/// the same.
+///
+/// A write that the SDK refuses is noted, and the next ones are carried out: the library takes them
+/// all for written, so that each one left out would leave one more row wrong.
+///
+/// To be made before the engine, whose restart queues commands too.
 class CommandConsumer {
  public:
-  /// Writes through `manager`; without one the commands are taken from the queue, counted and
-  /// dropped, for running the library by itself. The manager outlives the consumer.
+  /// Takes the queue over and carries out what stands in it. Writes through `manager`; without one
+  /// the commands are counted and dropped, for running the library by itself. The manager and
+  /// `faults` outlive the consumer.
   CommandConsumer(Family family,
-                  Tarnlet::Status::Ptr status,
+                  const Tarnlet::Status::Ptr& status,
                   Tarnlet::KeyType keyType,
-                  xpIpRouteLpmMgr* manager);
+                  xpIpRouteLpmMgr* manager,
+                  WriteFaults& faults);
+  ~CommandConsumer();
 
-  /// Carries out every command in the queue. Raises `ChipWriteError` when the SDK refuses one; that
-  /// one is lost, and the next call goes on behind it.
-  void drain();
+  CommandConsumer(const CommandConsumer&) = delete;
+  CommandConsumer& operator=(const CommandConsumer&) = delete;
 
   const CommandCounts& counts() const { return counts_; }
 
  private:
+  /// Its way back to the consumer is uncounted and cut when the consumer ends.
+  class Reactor final : public Tarnlet::Status::Notifiee {
+    VELLOR_POINTERS(Reactor);
+
+   public:
+    void consumerIs(CommandConsumer* consumer) { consumer_ = consumer; }
+
+    void onPendingCmd(const U32& index) override;
+
+   private:
+    CommandConsumer* consumer_ = nullptr;
+  };
+
+  void drain();
   void carryOut(const Tarnlet::CommandBase& command);
   void write(const Tarnlet::PrefixCommand& command);
   void write(const Tarnlet::NhiCommand& command);
+  void noteRefused(const std::string& place, XP_STATUS status);
 
-  Family family_;
-  Tarnlet::Status::Ptr status_;
-  Tarnlet::KeyType keyType_;
+  const Family family_;
+  Tarnlet::Status& status_;
+  const Tarnlet::KeyType keyType_;
   xpIpRouteLpmMgr* manager_;
+  WriteFaults& faults_;
   CommandCounts counts_;
+  // Taking a command out notifies as well.
+  bool draining_ = false;
   // Kept from command to command: the prefix record is large.
   xpLpmPrefixEntry prefixEntry_;
   xpLpmNhiEntry nhiEntry_;
+  Reactor::Ptr reactor_;
 };
 
 }  // namespace Quarle::Agent

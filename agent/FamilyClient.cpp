@@ -1,3 +1,7 @@
+// The road of one request: at the door, through the room that is left, to the engine and back as an
+// answer. What the engine refuses is undone before anything else is asked of it. Retries are in
+// FamilyRetries.cpp, moves of groups in FamilyGroups.cpp.
+
 #include "agent/FamilyClient.h"
 
 #include <utility>
@@ -13,168 +17,239 @@ constexpr U32 kMaxVrf = 65535;
 }  // namespace
 
 FamilyClient::FamilyClient(const Tarnlet::ConfigV4::Ptr& config,
-                           NextHopGroups& groups,
-                           xpIpRouteLpmMgr* manager)
-    : FamilyClient(PrefixStore(config), config, groups, manager) {}
+                           const Shared& shared,
+                           xpIpRouteLpmMgr* manager,
+                           const FamilyOptions& options)
+    : FamilyClient(PrefixStore(config), config, shared, manager, options) {}
 
 FamilyClient::FamilyClient(const Tarnlet::ConfigV6::Ptr& config,
-                           NextHopGroups& groups,
-                           xpIpRouteLpmMgr* manager)
-    : FamilyClient(PrefixStore(config), config, groups, manager) {}
+                           const Shared& shared,
+                           xpIpRouteLpmMgr* manager,
+                           const FamilyOptions& options)
+    : FamilyClient(PrefixStore(config), config, shared, manager, options) {}
 
 FamilyClient::FamilyClient(PrefixStore prefixes,
                            const Tarnlet::ConfigBase::Ptr& config,
-                           NextHopGroups& groups,
-                           xpIpRouteLpmMgr* manager)
+                           const Shared& shared,
+                           xpIpRouteLpmMgr* manager,
+                           const FamilyOptions& options)
     : prefixes_(std::move(prefixes)),
       config_(config),
       status_(Tarnlet::statusFactory(config->name())),
+      shared_(shared),
+      groups_(shared.groups),
+      options_(options),
+      consumer_(prefixes_.family(), status_, config_->keyType(), manager, shared.faults),
       sm_(Tarnlet::lpmSmFactory(config->name(), config_, status_, nullptr)),
-      groups_(groups),
-      consumer_(prefixes_.family(), status_, config_->keyType(), manager),
-      lengths_(*config_) {}
+      window_(sm_),
+      room_(window_, options_.headroom) {}
 
 Answer FamilyClient::routeIs(const RouteKey& key, SwId group) {
-  if (!canBeServed(key)) {
-    return refuse(key, group, RefusalReason::invalid);
-  }
-  if (const std::optional<RefusalReason> reason = groups_.refusal(group)) {
-    return refuse(key, group, *reason);
-  }
-  const auto [prefix, made] = prefixes_.intern(key);
-  if (made) {
-    return insert(key, prefix, group);
-  }
-  return update(key, prefix, config_->request(prefix), group);
+  const Answer result = answer(key, want(key, group));
+  shared_.faults.raiseIfAny();
+  return result;
 }
 
-Answer FamilyClient::insert(const RouteKey& key, const LpmPrefix::Ptr& prefix, SwId group) {
-  const NextHopBlock block = groups_.block(group);
-  config_->requestIs(prefix, block);
-  const bool placed = leadsTo(prefix, block);
-  RefusalReason reason{};
-  if (!placed) {
-    reason = reasonOfRefusal(*sm_, prefix);
-    config_->requestDel(prefix);
-    prefixes_.forget(key);
-  }
-  // A refused insert may have moved others out of its way.
-  consumer_.drain();
-  if (!placed) {
-    return refuse(key, group, reason);
-  }
-  groups_.hold(group);
-  forgetRefusal(key);
-  return {.outcome = Outcome::placed};
-}
-
-Answer FamilyClient::update(const RouteKey& key,
-                            const LpmPrefix::Ptr& prefix,
-                            const NextHopBlock& present,
-                            SwId group) {
-  const NextHopBlock block = groups_.block(group);
-  if (present != block) {
-    config_->requestIs(prefix, block);
-  } else if (leadsTo(prefix, block)) {
-    forgetRefusal(key);
-    return {.outcome = Outcome::unchanged};
-  } else {
-    // The group moved when there was no room to follow it.
-    config_->requestNotify(prefix);
-  }
-  if (!leadsTo(prefix, block)) {
-    // Left in place, the new wish would reach the chip with the next change of a neighbour.
-    config_->requestIs(prefix, present);
-    consumer_.drain();
-    return refuse(key, group, RefusalReason::nhiTableFull);
-  }
-  consumer_.drain();
-  groups_.hold(group);
-  groups_.release(groups_.groupAt(present));
-  forgetRefusal(key);
-  return {.outcome = Outcome::updated};
+Answer FamilyClient::routeIs(const RouteKey& key, std::span<const U64> nextHops) {
+  const SwId group = groups_.hold(nextHops);
+  const Request request = want(key, group);
+  groups_.release(group);
+  const Answer result = answer(key, request);
+  shared_.faults.raiseIfAny();
+  return result;
 }
 
 Answer FamilyClient::routeDel(const RouteKey& key) {
-  const bool wasRefused = forgetRefusal(key);
-  const LpmPrefix::Ptr prefix = prefixes_.find(key);
-  if (prefix == nullptr) {
-    return {.outcome = wasRefused ? Outcome::withdrawn : Outcome::absent};
-  }
-  const NextHopBlock present = config_->request(prefix);
-  config_->requestDel(prefix);
-  prefixes_.forget(key);
-  consumer_.drain();
-  groups_.release(groups_.groupAt(present));
-  return {.outcome = Outcome::withdrawn};
+  const Answer result = answer(key, withdraw(key));
+  shared_.faults.raiseIfAny();
+  return result;
 }
 
-std::optional<SwId> FamilyClient::groupOf(const RouteKey& key) const {
-  const LpmPrefix::Ptr prefix = prefixes_.find(key);
-  if (prefix == nullptr) {
-    return std::nullopt;
+void FamilyClient::batch(std::span<const RouteChange> changes, std::span<Answer> answers) {
+  for (std::size_t i = 0; i < changes.size(); ++i) {
+    const auto& [key, group] = changes[i];
+    const Answer result = answer(key, group == SwId() ? withdraw(key) : want(key, group));
+    if (!answers.empty()) {
+      answers[i] = result;
+    }
   }
-  return groups_.groupAt(config_->request(prefix));
+  shared_.faults.raiseIfAny();
 }
 
 bool FamilyClient::canBeServed(const RouteKey& key) const {
   const RoutePrefix& prefix = key.prefix;
-  return key.vrf <= kMaxVrf && prefix.length <= addressBits(prefix.family) &&
-         prefix.bits().masked(prefix.length) == prefix.bits() &&
-         lengths_.serves(U32{Tarnlet::kVrfBits} + prefix.length);
+  return key.vrf <= kMaxVrf && prefix.length <= options_.maxLength &&
+         prefix.bits().masked(prefix.length) == prefix.bits();
 }
 
-bool FamilyClient::leadsTo(const LpmPrefix::Ptr& prefix, const NextHopBlock& block) const {
-  return status_->prefixToNextHopBlock(prefix) == block;
+FamilyClient::Request FamilyClient::want(const RouteKey& key, SwId group) {
+  if (!canBeServed(key)) {
+    return refuse(key, group, RefusalReason::invalid);
+  }
+  if (const std::optional<RefusalReason> reason = groups_.tryAgain(group)) {
+    return refuse(key, group, *reason);
+  }
+  window_.narrow();
+  const auto [prefix, made] = prefixes_.intern(key);
+  return made ? insert(key, prefix, group) : update(key, prefix, group);
 }
 
-Answer FamilyClient::refuse(const RouteKey& key, SwId group, RefusalReason reason) {
+FamilyClient::Request FamilyClient::insert(const RouteKey& key,
+                                           const LpmPrefix::Ptr& prefix,
+                                           SwId group) {
+  if (!room_.forNewRoute()) {
+    prefixes_.forget(key);
+    return refuse(key, group, RefusalReason::headroom);
+  }
+  const U32 before = routes();
+  config_->requestIs(prefix, groups_.block(group));
+  if (routes() == before) {
+    const RefusalReason reason = reasonOfRefusal(*sm_, prefix);
+    config_->requestDel(prefix);
+    prefixes_.forget(key);
+    return refuse(key, group, reason);
+  }
   groups_.hold(group);
   forgetRefusal(key);
-  refused_.emplace(key, Refused{.group = group, .reason = reason});
-  return {.outcome = Outcome::refused, .reason = reason};
+  return {.answer = {.outcome = Outcome::placed}, .group = group};
+}
+
+FamilyClient::Request FamilyClient::update(const RouteKey& key,
+                                           const LpmPrefix::Ptr& prefix,
+                                           SwId group) {
+  const NextHopBlock present = config_->request(prefix);
+  const NextHopBlock block = groups_.block(group);
+  if (present == block && !isBehind(key, prefix, block)) {
+    forgetRefusal(key);
+    return {.answer = {.outcome = Outcome::unchanged}, .group = group};
+  }
+  if (!mayUpdate(prefix)) {
+    return refuse(key, group, RefusalReason::headroom);
+  }
+  if (!leadTo(prefix, block, /*isRequested=*/present == block)) {
+    // Left in place, the new wish would reach the chip with the next change of a neighbour.
+    config_->requestIs(prefix, present);
+    return refuse(key, group, RefusalReason::nhiTableFull);
+  }
+  groups_.hold(group);
+  groups_.release(groups_.groupAt(present));
+  forgetRefusal(key);
+  return {.answer = {.outcome = Outcome::updated}, .group = group, .room = Room::nhi};
+}
+
+FamilyClient::Request FamilyClient::withdraw(const RouteKey& key) {
+  const LpmPrefix::Ptr prefix = canBeServed(key) ? prefixes_.find(key) : nullptr;
+  if (prefix == nullptr) {
+    const RefusedWish* wish = refused_.find(key);
+    if (wish == nullptr) {
+      return {.answer = {.outcome = Outcome::absent}, .group = SwId()};
+    }
+    const SwId group = wish->group;
+    forgetRefusal(key);
+    return {.answer = {.outcome = Outcome::withdrawn}, .group = group};
+  }
+  window_.narrow();
+  if (!room_.forDelete(prefix)) {
+    Request refused = refuse(key, SwId(), RefusalReason::headroom);
+    refused.group = groups_.groupAt(config_->request(prefix));
+    return refused;
+  }
+  // A row that keeps routes gets a new block; one that is cleared does not.
+  const U64 before = consumer_.counts().nhi;
+  const SwId group = groups_.groupAt(config_->requestDel(prefix));
+  const Room room = consumer_.counts().nhi == before ? Room::row : Room::leaf;
+  prefixes_.forget(key);
+  forgetRefusal(key);
+  groups_.release(group);
+  return {.answer = {.outcome = Outcome::withdrawn}, .group = group, .room = room};
+}
+
+/// Whether the chip leads elsewhere although `block` is what was requested last.
+bool FamilyClient::isBehind(const RouteKey& key,
+                            const LpmPrefix::Ptr& prefix,
+                            const NextHopBlock& block) const {
+  // Such a route is always on the list of refused.
+  return !refused_.empty() && refused_.find(key) != nullptr &&
+         status_->prefixToNextHopBlock(prefix) != block;
+}
+
+/// Whether an update leaves the withdrawals their room. Where it does, a block that is not to be
+/// had is the engine's to refuse: the row may find one with its new content.
+bool FamilyClient::mayUpdate(const LpmPrefix::Ptr& prefix) const {
+  return room_.forUpdate(prefix) || window_.freeEntries() >= room_.entriesForUpdates();
+}
+
+bool FamilyClient::leadTo(const LpmPrefix::Ptr& prefix,
+                          const NextHopBlock& block,
+                          bool isRequested) {
+  // An update that is carried out rewrites its row, even to the same content, and one that is
+  // refused queues nothing: cheaper to see than where the route leads.
+  const U64 before = consumer_.counts().prefix;
+  if (isRequested) {
+    config_->requestNotify(prefix);
+  } else {
+    config_->requestIs(prefix, block);
+  }
+  return consumer_.counts().prefix != before;
+}
+
+FamilyClient::Request FamilyClient::refuse(const RouteKey& key, SwId group, RefusalReason reason) {
+  const RefusedWish* former = refused_.find(key);
+  const SwId formerGroup = former == nullptr ? SwId() : former->group;
+  if (group != SwId()) {
+    groups_.hold(group);
+  }
+  refused_.put({.key = key, .group = group, .reason = reason});
+  if (formerGroup != SwId()) {
+    groups_.release(formerGroup);
+  }
+  return {.answer = {.outcome = Outcome::refused, .reason = reason}, .group = group};
 }
 
 bool FamilyClient::forgetRefusal(const RouteKey& key) {
   if (refused_.empty()) {
     return false;
   }
-  const auto place = refused_.find(key);
-  if (place == refused_.end()) {
+  const RefusedWish* wish = refused_.find(key);
+  if (wish == nullptr) {
     return false;
   }
-  const SwId group = place->second.group;
-  refused_.erase(place);
-  groups_.release(group);
+  const SwId group = wish->group;
+  refused_.erase(key);
+  if (group != SwId()) {
+    groups_.release(group);
+  }
   return true;
 }
 
-std::vector<std::vector<LpmPrefix::Ptr>> FamilyClient::routesOf(
-    std::span<const GroupMove> moves) const {
-  std::unordered_map<U32, std::size_t> moveByBase;
-  for (std::size_t i = 0; i < moves.size(); ++i) {
-    moveByBase.emplace(moves[i].from.base().value(), i);
+Answer FamilyClient::answer(const RouteKey& key, const Request& request) {
+  tell(key, request.group, request.answer, Cause::request);
+  if (request.room != Room::none && !refused_.empty()) [[unlikely]] {
+    useRoom(request.room);
   }
-  std::vector<std::vector<LpmPrefix::Ptr>> routes(moves.size());
-  for (const auto& route : config_->requestCollection()) {
-    const auto place = moveByBase.find(route.value.base().value());
-    if (place != moveByBase.end()) {
-      routes[place->second].push_back(route.key);
-    }
+  if (groups_.takeRoom()) [[unlikely]] {
+    shared_.rowsCameFree();
   }
-  return routes;
+  return request.answer;
 }
 
-void FamilyClient::groupMoved(std::span<const LpmPrefix::Ptr> routes, const GroupMove& move) {
-  for (const LpmPrefix::Ptr& prefix : routes) {
-    config_->requestIs(prefix, move.to);
-    consumer_.drain();
-    if (!leadsTo(prefix, move.to)) {
-      // Not put back: the old rows end, so the new place is the one to reach with the row's next
-      // change.
-      refuse(routeKeyOf(prefixes_.family(), *prefix), move.group, RefusalReason::nhiTableFull);
-    }
+void FamilyClient::tell(const RouteKey& key, SwId group, const Answer& answer, Cause cause) const {
+  if (shared_.answerHandler) {
+    shared_.answerHandler({.key = key, .group = group, .answer = answer, .cause = cause});
   }
+}
+
+std::optional<SwId> FamilyClient::groupOf(const RouteKey& key) const {
+  const LpmPrefix::Ptr prefix = canBeServed(key) ? prefixes_.find(key) : nullptr;
+  if (prefix == nullptr) {
+    return std::nullopt;
+  }
+  return groups_.groupAt(config_->request(prefix));
+}
+
+const Tarnlet::LpmSm& FamilyClient::engine() const {
+  window_.widen();
+  return *sm_;
 }
 
 FamilyStatistics FamilyClient::statistics() const {
@@ -184,11 +259,9 @@ FamilyStatistics FamilyClient::statistics() const {
     result.rowsUsed += table.value->subTries();
     result.rowCapacity += table.value->tableConfig()->depth();
   }
-  for (const auto& tile : sm_->nhiAllocatorCollection()) {
-    ++result.nhiTiles;
-    result.nhiEntryCapacity += tile.value->entriesCapacity();
-    result.nhiEntriesUsed += tile.value->entriesCapacity() - tile.value->freeEntries();
-  }
+  result.nhiTiles = window_.tiles().size();
+  result.nhiEntryCapacity = window_.capacity();
+  result.nhiEntriesUsed = window_.capacity() - window_.freeEntries();
   result.nhiBlocks = sm_->nhiBaseIdxToBlks();
   for (const auto& info : sm_->sharedNhiCollection()) {
     result.nhiShared += info.value->subTrieCount() - 1;

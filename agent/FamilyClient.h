@@ -2,51 +2,22 @@
 
 #include <functional>
 #include <optional>
-#include <unordered_map>
+#include <span>
 #include <vector>
 
+#include "agent/Answer.h"
 #include "agent/CommandConsumer.h"
 #include "agent/NextHopGroups.h"
+#include "agent/NhiRoom.h"
 #include "agent/PrefixStore.h"
-#include "agent/Refusal.h"
+#include "agent/RefusedWishes.h"
 #include "agent/RouteKey.h"
+#include "agent/TileWindow.h"
+#include "agent/WriteFaults.h"
 #include "engine/TarnletSm.h"
 #include "model/Tarnlet.h"
 
 namespace Quarle::Agent {
-
-/// What became of a request.
-enum class Outcome : U8 {
-  /// A new route is on the chip.
-  placed,
-  /// A route that was on the chip leads to the new group.
-  updated,
-  /// The route led there already.
-  unchanged,
-  /// The route, or the wish for it, is gone.
-  withdrawn,
-  /// There was no route to withdraw.
-  absent,
-  /// The chip has no room for the request, or it makes no sense; a route that was on the chip leads
-  /// where it did.
-  refused,
-};
-
-struct Answer {
-  Outcome outcome = Outcome::absent;
-  // Of a refusal alone.
-  RefusalReason reason = RefusalReason::invalid;
-
-  bool operator==(const Answer&) const = default;
-
-  bool refused() const { return outcome == Outcome::refused; }
-};
-
-/// A wish that was refused: where the route should lead and why it does not.
-struct Refused {
-  SwId group;
-  RefusalReason reason = RefusalReason::invalid;
-};
 
 /// How full one family's memories are, and what the engine did to get there.
 struct FamilyStatistics {
@@ -67,90 +38,199 @@ struct FamilyStatistics {
   U64 defragMoves = 0;
 };
 
-/// The routes of one address family: takes what a routing daemon wants, asks the engine for it,
-/// carries the commands out and tells what became of it.
+/// One change of a batch: where the route should lead, or, with the null group, that it should go.
+struct RouteChange {
+  RouteKey key;
+  SwId group;
+};
+
+struct FamilyOptions {
+  // Longest prefix that may be requested, in address bits.
+  U8 maxLength = 0;
+  HeadroomOptions headroom;
+  // Refused wishes that are tried again when room has returned; see `FamilyClient`.
+  U32 retriesPerEvent = 8;
+};
+
+/// The routes of one address family: takes what a routing daemon wants, asks the engine for it and
+/// tells what became of it. What an operation answers stands in the chip when it returns.
 ///
-/// Written by the owner of the `Client`, from one thread. Every operation returns with an empty
-/// command queue: what it answers stands in the chip.
+/// Requests are idempotent, and each replaces what was wished for the same route before. A wish
+/// that is refused is kept and tried again by itself when what it lacks may have returned:
+///
+///   noRow                          after a withdrawal that emptied a row
+///   rowFull, nhiCapacityExceeded   after any withdrawal
+///   nhiTableFull, headroom         after any withdrawal, and after an update that left room
+///   nextHopTableFull               after a group of either family has ended or shrunk
+///   invalid                        never
+///
+/// Withdrawals that had to wait go first. One such event tries at most `retriesPerEvent` wishes, in
+/// turn, and gives up once a quarter of them came to nothing: an event costs the same however many
+/// wait, and nothing when none does. So on a full chip a wish may wait for many events although
+/// there is room; `retryRefused` tries as many as its caller has time for.
+///
+/// Written by the owner of the `Client`, from one thread. Every operation raises `ChipWriteError`
+/// when the SDK refused a write: after its work is done, with all answers told to the handler.
 ///
 /// 1. The engine's `request` and what it has installed agree; a refused wish never stands there.
-/// 2. Each installed route and each refused wish holds its group once.
+/// The
+///    exception is a route whose group the next-hop table has moved when there was no NHI room to
+///    follow.
+/// 2. Each installed route and each refused wish for one holds its group once.
 /// 3. The prefix objects of the configuration are those of the installed routes, so that the memory
 ///    of a withdrawn route returns.
+/// 4. No request is made that could end the process for lack of NHI room.
+///
+/// Operations by source:
+///   FamilyClient.cpp    lifetime, requests and what they answer, what may be read
+///   FamilyRetries.cpp   retryRefused, retryGroups, which wishes an event tries again
+///   FamilyGroups.cpp    routesOf, groupMoved
 class FamilyClient {
  public:
-  /// REQUIRES: `config` is filled by the configurator; `groups` and `manager` outlive the object.
+  /// What both families and their `Client` share.
+  struct Shared {
+    NextHopGroups& groups;
+    WriteFaults& faults;
+    const AnswerHandler& answerHandler;
+    // Called when next-hop rows have come free.
+    std::function<void()> rowsCameFree;
+  };
+
+  /// REQUIRES: `config` is filled by the configurator and passed `checkProfile` for the options'
+  /// length; the things shared and `manager` outlive the object.
   FamilyClient(const Tarnlet::ConfigV4::Ptr& config,
-               NextHopGroups& groups,
-               xpIpRouteLpmMgr* manager);
+               const Shared& shared,
+               xpIpRouteLpmMgr* manager,
+               const FamilyOptions& options);
   FamilyClient(const Tarnlet::ConfigV6::Ptr& config,
-               NextHopGroups& groups,
-               xpIpRouteLpmMgr* manager);
+               const Shared& shared,
+               xpIpRouteLpmMgr* manager,
+               const FamilyOptions& options);
 
   FamilyClient(const FamilyClient&) = delete;
   FamilyClient& operator=(const FamilyClient&) = delete;
 
-  /// Adds the route or gives it another group. A wish that was refused before is tried again.
+  /// Adds the route or gives it another group.
   ///
   /// REQUIRES: `group` is held by the caller; `key.prefix` is of this family.
   Answer routeIs(const RouteKey& key, SwId group);
 
-  /// Withdraws the route, and the wish for it.
+  /// The same with the shared group of these next hops, in the caller's own numbers.
+  ///
+  /// REQUIRES: `key.prefix` is of this family.
+  Answer routeIs(const RouteKey& key, std::span<const U64> nextHops);
+
+  /// Withdraws the route, and the wish for it. Refused for `headroom` alone: the route then stays
+  /// in the chip until it can be taken out.
   ///
   /// REQUIRES: `key.prefix` is of this family.
   Answer routeDel(const RouteKey& key);
+
+  /// Makes the changes one after the other, as `routeIs` and `routeDel` would, and writes an answer
+  /// for each unless `answers` is empty. Refused writes are raised after the last change.
+  ///
+  /// REQUIRES: as for each of them; `answers` is empty or as long as `changes`.
+  void batch(std::span<const RouteChange> changes, std::span<Answer> answers);
+
+  /// Tries up to `most` refused wishes again, those that were refused longest ago first; the number
+  /// of those served.
+  U64 retryRefused(U64 most);
 
   /// The group that the route leads to in the chip; nothing when it is not installed.
   std::optional<SwId> groupOf(const RouteKey& key) const;
 
   U32 routes() const { return status_->prefixToNextHopBlocks(); }
 
-  using RefusedRoutes = std::unordered_map<RouteKey, Refused, RouteKeyHash>;
-
   /// The wishes that stand refused now.
-  const RefusedRoutes& refused() const { return refused_; }
+  const RefusedWishes& refused() const { return refused_; }
 
   /// Whether a colliding sub-trie may be moved to another table of its tread.
   void hashShufflingIs(bool enabled) { sm_->hashShufflingEnabledIs(enabled); }
 
   const CommandCounts& commands() const { return consumer_.counts(); }
 
+  /// Counted anew over all rows and blocks.
   FamilyStatistics statistics() const;
 
-  const Tarnlet::LpmSm& engine() const { return *sm_; }
+  /// The engine, with all its NHI tiles on view.
+  const Tarnlet::LpmSm& engine() const;
 
-  /// Routes of each of the groups that are about to move, in the order of `moves`.
+  // ---- for `Client` ----
+
+  /// Whether there is NHI room for routes to follow their groups.
+  bool canFollow() const { return room_.forGroupMove(); }
+
+  /// Routes of each of the groups that are about to move, in the order of `moves`; those of one row
+  /// of a prefix table stand together.
   std::vector<std::vector<Tarnlet::LpmPrefix::Ptr>> routesOf(
       std::span<const GroupMove> moves) const;
 
   /// Points `routes` at their group's new place.
   void groupMoved(std::span<const Tarnlet::LpmPrefix::Ptr> routes, const GroupMove& move);
 
+  /// Tries wishes for groups without rows again.
+  void retryGroups();
+
  private:
+  /// What a request may have given back. Each includes what stands before it.
+  enum class Room : U8 { none, nhi, leaf, row };
+
+  struct Request {
+    Answer answer;
+    // As `RouteEvent::group`.
+    SwId group;
+    Room room = Room::none;
+  };
+
   FamilyClient(PrefixStore prefixes,
                const Tarnlet::ConfigBase::Ptr& config,
-               NextHopGroups& groups,
-               xpIpRouteLpmMgr* manager);
+               const Shared& shared,
+               xpIpRouteLpmMgr* manager,
+               const FamilyOptions& options);
 
   bool canBeServed(const RouteKey& key) const;
-  Answer insert(const RouteKey& key, const Tarnlet::LpmPrefix::Ptr& prefix, SwId group);
-  Answer update(const RouteKey& key,
+  Request want(const RouteKey& key, SwId group);
+  Request insert(const RouteKey& key, const Tarnlet::LpmPrefix::Ptr& prefix, SwId group);
+  Request update(const RouteKey& key, const Tarnlet::LpmPrefix::Ptr& prefix, SwId group);
+  Request withdraw(const RouteKey& key);
+  bool isBehind(const RouteKey& key,
                 const Tarnlet::LpmPrefix::Ptr& prefix,
-                const NextHopBlock& present,
-                SwId group);
-  bool leadsTo(const Tarnlet::LpmPrefix::Ptr& prefix, const NextHopBlock& block) const;
-  Answer refuse(const RouteKey& key, SwId group, RefusalReason reason);
+                const NextHopBlock& block) const;
+  bool mayUpdate(const Tarnlet::LpmPrefix::Ptr& prefix) const;
+  /// Points an installed route to other rows, which may stand in `request` already; whether the
+  /// engine has done it.
+  bool leadTo(const Tarnlet::LpmPrefix::Ptr& prefix, const NextHopBlock& block, bool isRequested);
+
+  Request refuse(const RouteKey& key, SwId group, RefusalReason reason);
   /// Whether there was one.
   bool forgetRefusal(const RouteKey& key);
+
+  /// Tells the answer and uses the room that the request gave back.
+  Answer answer(const RouteKey& key, const Request& request);
+  void tell(const RouteKey& key, SwId group, const Answer& answer, Cause cause) const;
+  void useRoom(Room room);
+  /// Tries the first wishes of these lines in turn: up to `most`, until `mostFruitless` have
+  /// failed.
+  U64 retry(std::span<const RefusedWishes::Line* const> lines, U64 most, U64 mostFruitless);
+  /// The line whose turn it is; null when nobody waits in any.
+  const RefusedWishes::Line* nextLine(std::span<const RefusedWishes::Line* const> lines);
+  void retryAfterEvent(std::span<const RefusedWishes::Line* const> lines);
+  /// True when it is served.
+  bool retryOne(const RefusedWish& wish);
 
   PrefixStore prefixes_;
   Tarnlet::ConfigBase::Ptr config_;
   Tarnlet::Status::Ptr status_;
-  Tarnlet::LpmSm::Ptr sm_;
+  Shared shared_;
   NextHopGroups& groups_;
+  const FamilyOptions options_;
   CommandConsumer consumer_;
-  ServableLengths lengths_;
-  RefusedRoutes refused_;
+  Tarnlet::LpmSm::Ptr sm_;
+  mutable TileWindow window_;
+  NhiRoom room_;
+  RefusedWishes refused_;
+  // Where the next retry begins among its lines.
+  std::size_t turn_ = 0;
 };
 
 }  // namespace Quarle::Agent

@@ -1,10 +1,14 @@
+// Rows always change make-before-break: written, then led to, then left, then cleared. The table
+// itself gives a resized group's old rows back at once, so a group that changes its number of ways
+// gets its new rows under another number in the table and swaps them with a group of its own that
+// keeps the old ones for as long as a route leads there.
+
 #include "agent/NextHopGroups.h"
 
 #include <algorithm>
 #include <string>
-#include <utility>
 
-#include "agent/CommandConsumer.h"
+#include "agent/source/Random.h"
 
 namespace Quarle::Agent {
 
@@ -18,50 +22,88 @@ U32 firstRow(const NextHopBlock& block) { return block.base().value(); }
 
 U32 endRow(const NextHopBlock& block) { return block.base().value() + block.size().value(); }
 
+/// Rows that a pair can name, whatever group begins or ends there.
+U32 rowsNamed(const GroupLimits& limits) {
+  // All ones in a pair is the chip's "no next hop".
+  const bool lastReadsAsNull = limits.maxWays == 1;
+  return lastReadsAsNull || limits.maxBase == ~U32{0} ? limits.maxBase : limits.maxBase + 1;
+}
+
 }  // namespace
+
+std::size_t NextHopGroups::ListHash::operator()(std::span<const U64> nextHops) const {
+  U64 hash = nextHops.size();
+  for (const U64 nextHop : nextHops) {
+    hash = mixed(hash + nextHop);
+  }
+  return hash;
+}
+
+bool NextHopGroups::ListEqual::operator()(std::span<const U64> a, std::span<const U64> b) const {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end());
+}
 
 NextHopGroups::NextHopGroups(const TarnletNextHop::Config::Ptr& config,
                              const GroupLimits& limits,
                              xpIpRouteLpmMgr* manager,
-                             MoveHandler moveHandler)
+                             WriteFaults& faults,
+                             Owner owner)
     : config_(config),
       status_(TarnletNextHop::statusFactory("nextHops")),
-      sm_(TarnletNextHop::lpmNextHopSmFactory("nextHops", config_, status_)),
       limits_(limits),
       manager_(manager),
-      moveHandler_(std::move(moveHandler)),
-      groupAt_(config->tableSize()) {}
+      faults_(faults),
+      owner_(std::move(owner)) {
+  config_->tableSizeIs(std::min(config_->tableSize(), rowsNamed(limits)));
+  groupAt_.resize(config_->tableSize());
+  sm_ = TarnletNextHop::lpmNextHopSmFactory("nextHops", config_, status_);
+}
 
 SwId NextHopGroups::hold(std::span<const U64> nextHops) {
-  const auto [place, isNew] =
-      idByNextHops_.try_emplace(std::vector<U64>(nextHops.begin(), nextHops.end()));
-  if (!isNew) {
-    hold(place->second);
-    return place->second;
+  const auto known = sharedByList_.find(nextHops);
+  if (known == sharedByList_.end()) {
+    return add(nextHops, /*isShared=*/true);
   }
-  const SwId id = newId();
-  place->second = id;
-  groups_[id.value()] = {.nextHops = place->first, .block = {}, .refusal = {}, .holds = 1};
-  groups_[id.value()].refusal = this->place(id);
+  const SwId id = known->second.front();
+  hold(id);
+  tryAgain(id);
   return id;
 }
 
-void NextHopGroups::hold(SwId group) { ++groups_[group.value()].holds; }
+SwId NextHopGroups::make(std::span<const U64> nextHops) {
+  return add(nextHops, /*isShared=*/false);
+}
+
+SwId NextHopGroups::add(std::span<const U64> nextHops, bool isShared) {
+  const SwId id = newId();
+  Group& group = groups_[id.value()];
+  group.nextHops.assign(nextHops.begin(), nextHops.end());
+  group.rows = SwId(nextRows_++);
+  group.holds = 1;
+  group.isShared = isShared;
+  link(id);
+  const std::optional<RefusalReason> refusal = place(id);
+  groups_[id.value()].refusal = refusal;
+  return id;
+}
 
 void NextHopGroups::release(SwId group) {
-  Group& ended = groups_[group.value()];
-  if (--ended.holds != 0) {
-    return;
+  if (--groups_[group.value()].holds == 0) {
+    end(group);
   }
-  const NextHopBlock block = ended.block;
-  if (block != NextHopBlock()) {
-    config_->requestDel(group);
-    groupAt_[firstRow(block)] = SwId();
-    clearRows(firstRow(block), endRow(block));
+}
+
+void NextHopGroups::end(SwId id) {
+  Group& ended = groups_[id.value()];
+  if (!ended.refusal) {
+    config_->requestDel(ended.rows);
+    groupAt_[firstRow(ended.block)] = SwId();
+    clearRows(firstRow(ended.block), endRow(ended.block));
+    hasRoom_ = true;
   }
-  idByNextHops_.erase(ended.nextHops);
+  unlink(id);
   ended = Group();
-  freeIds_.push_back(group.value());
+  freeIds_.push_back(id.value());
 }
 
 SwId NextHopGroups::newId() {
@@ -74,43 +116,123 @@ SwId NextHopGroups::newId() {
   return SwId(id);
 }
 
-/// Asks the table for the rows of a new group and fills them; the reason when that fails.
+void NextHopGroups::link(SwId id) {
+  const Group& group = groups_[id.value()];
+  if (group.isShared) {
+    sharedByList_[group.nextHops].push_back(id);
+  }
+}
+
+void NextHopGroups::unlink(SwId id) {
+  const Group& group = groups_[id.value()];
+  if (!group.isShared) {
+    return;
+  }
+  const auto place = sharedByList_.find(group.nextHops);
+  std::erase(place->second, id);
+  if (place->second.empty()) {
+    sharedByList_.erase(place);
+  }
+}
+
+void NextHopGroups::listIs(SwId id, std::span<const U64> nextHops) {
+  unlink(id);
+  groups_[id.value()].nextHops.assign(nextHops.begin(), nextHops.end());
+  link(id);
+}
+
+/// Asks the table for the rows of a group that has none and fills them; the reason when that fails.
 std::optional<RefusalReason> NextHopGroups::place(SwId id) {
   const std::size_t ways = groups_[id.value()].nextHops.size();
   if (ways == 0 || ways > limits_.maxWays) {
     return RefusalReason::invalid;
   }
-  config_->requestIs(id, Nway(static_cast<U16>(ways)));
-  const NextHopBlock block = status_->swIdToNextHopBlock(id);
-  // The moves come first: their old rows may be the new group's, and routes still lead there.
-  followMoves();
-  // All ones in a pair is the chip's "no next hop".
-  const bool readsAsNull = firstRow(block) == limits_.maxBase && ways == limits_.maxWays;
-  if (block == NextHopBlock() || firstRow(block) > limits_.maxBase || readsAsNull) {
-    config_->requestDel(id);
+  const auto& allocator = *sm_->allocator();
+  if (allocator.freeEntries() < ways) {
     return RefusalReason::nextHopTableFull;
   }
-  groups_[id.value()].block = block;
-  groupAt_[firstRow(block)] = id;
-  writeRows(groups_[id.value()]);
+  if (!allocator.canAlloc(static_cast<U32>(ways)) && !owner_.canFollow()) {
+    return RefusalReason::headroom;
+  }
+  const SwId rows = groups_[id.value()].rows;
+  config_->requestIs(rows, Nway(static_cast<U16>(ways)));
+  // The moves come first: their old rows may be the new group's, and routes still lead there.
+  followTableMoves();
+  Group& group = groups_[id.value()];
+  group.block = status_->swIdToNextHopBlock(rows);
+  groupAt_[firstRow(group.block)] = id;
+  writeRows(group);
   return std::nullopt;
 }
 
-void NextHopGroups::followMoves() {
+std::optional<RefusalReason> NextHopGroups::placeAgain(SwId id) {
+  const std::optional<RefusalReason> refusal = place(id);
+  groups_[id.value()].refusal = refusal;
+  return refusal;
+}
+
+std::optional<RefusalReason> NextHopGroups::change(SwId id, std::span<const U64> nextHops) {
+  Group& group = groups_[id.value()];
+  if (ListEqual()(group.nextHops, nextHops)) {
+    return tryAgain(id);
+  }
+  if (group.refusal || group.nextHops.size() != nextHops.size()) {
+    return resize(id, nextHops);
+  }
+  const std::vector<U64> before = group.nextHops;
+  listIs(id, nextHops);
+  for (U32 way = 0; way < nextHops.size(); ++way) {
+    if (before[way] != nextHops[way]) {
+      writeRow(firstRow(group.block) + way, {.valid = 1, .way = way, .nextHopId = nextHops[way]});
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<RefusalReason> NextHopGroups::resize(SwId id, std::span<const U64> nextHops) {
+  const SwId other = add(nextHops, /*isShared=*/false);
+  if (const std::optional<RefusalReason> refusal = this->refusal(other)) {
+    release(other);
+    return refusal;
+  }
+  const std::vector<U64> before = groups_[id.value()].nextHops;
+  listIs(id, nextHops);
+  Group& group = groups_[id.value()];
+  Group& left = groups_[other.value()];
+  left.nextHops = before;
+  std::swap(group.block, left.block);
+  std::swap(group.refusal, left.refusal);
+  std::swap(group.rows, left.rows);
+  groupAt_[firstRow(group.block)] = id;
+  if (!left.refusal) {
+    groupAt_[firstRow(left.block)] = other;
+    const GroupMove move{.group = id, .from = left.block, .to = group.block, .left = other};
+    owner_.followMoves({&move, 1});
+  }
+  release(other);
+  return std::nullopt;
+}
+
+void NextHopGroups::followTableMoves() {
   std::vector<GroupMove> moves;
   while (const TarnletNextHop::ShuffleCmd::Ptr shuffle = status_->shuffleCmdDeq()) {
-    moves.push_back({.group = shuffle->swId(),
+    // No row has a new owner yet: what stood at its old place is what moved.
+    moves.push_back({.group = groupAt(shuffle->prevNextHopBlock()),
                      .from = shuffle->prevNextHopBlock(),
-                     .to = shuffle->nextHopBlock()});
+                     .to = shuffle->nextHopBlock(),
+                     .left = SwId()});
   }
   if (moves.empty()) {
     return;
   }
   shuffles_ += moves.size();
-  moveHandler_(moves);
+  owner_.followMoves(moves);
 }
 
 void NextHopGroups::rowsAreMoved(const GroupMove& move) {
+  if (move.left != SwId()) {
+    return;
+  }
   Group& group = groups_[move.group.value()];
   // Moves come in the order in which places fall free, so nobody else has taken the old one yet.
   groupAt_[firstRow(move.from)] = SwId();
@@ -120,8 +242,15 @@ void NextHopGroups::rowsAreMoved(const GroupMove& move) {
 }
 
 void NextHopGroups::rowsAreLeft(const GroupMove& move) {
-  // Compaction moves towards row 0, so the rows left behind are the last ones of the old place.
-  clearRows(std::max(firstRow(move.from), endRow(move.to)), endRow(move.from));
+  if (move.left == SwId()) {
+    // Compaction moves towards row 0, so the rows left behind are the last ones of the old place.
+    clearRows(std::max(firstRow(move.from), endRow(move.to)), endRow(move.from));
+  }
+}
+
+void NextHopGroups::routeIsLeft(const GroupMove& move) {
+  hold(move.left);
+  release(move.group);
 }
 
 NextHopStatistics NextHopGroups::statistics() const {
@@ -151,7 +280,7 @@ void NextHopGroups::writeRow(U32 row, xpNextHopEntry entry) {
   }
   const XP_STATUS status = manager_->writeNextHopEntry(kDevice, row, &entry);
   if (!isWritten(status)) {
-    throwChipWriteError("next-hop row " + std::to_string(row), status);
+    faults_.note("next-hop row " + std::to_string(row), status);
   }
 }
 

@@ -6,7 +6,6 @@ namespace Quarle::Agent {
 
 namespace {
 
-using Tarnlet::ConfigBase;
 using Tarnlet::LpmPrefix;
 using Tarnlet::LpmSm;
 using Tarnlet::PrefixTableConfig;
@@ -85,6 +84,8 @@ const char* toText(RefusalReason reason) {
       return "nhiCapacityExceeded";
     case RefusalReason::nextHopTableFull:
       return "nextHopTableFull";
+    case RefusalReason::headroom:
+      return "headroom";
     case RefusalReason::invalid:
       return "invalid";
   }
@@ -101,21 +102,6 @@ RefusalReason reasonOfRefusal(const LpmSm& sm, const LpmPrefix::Ptr& prefix) {
     }
   }
   return reasonOf(worst);
-}
-
-ServableLengths::ServableLengths(const ConfigBase& config) {
-  for (U32 len = Tarnlet::kVrfBits; len <= config.keyLength(); ++len) {
-    const U8 leastTread = config.leastTreadForPrefixLen(static_cast<U8>(len));
-    bool taken = false;
-    bool tooNarrow = false;
-    for (const auto& table : config.prefixTableConfigCollection()) {
-      if (mayTake(*table.value, leastTread, len)) {
-        taken = true;
-        tooNarrow = tooNarrow || table.value->entrySize() < len;
-      }
-    }
-    serves_[len] = taken && !tooNarrow;
-  }
 }
 
 }  // namespace Quarle::Agent

@@ -19,8 +19,11 @@ enum class RefusalReason : U8 {
   nhiCapacityExceeded,
   /// The next-hop table has no room for the group.
   nextHopTableFull,
-  /// The request cannot be served by this chip whatever its state: a length that no table takes, a
-  /// VRF beyond the key, bits behind the length, a group of more ways than an NHI pair can name.
+  /// So little NHI memory is left that withdrawals and updates must have it.
+  headroom,
+  /// The request cannot be served by this chip whatever its state: a length beyond what the client
+  /// was made for, a VRF beyond the key, bits behind the length, a group of no ways or of more than
+  /// an NHI pair can name.
   invalid,
 };
 
@@ -30,32 +33,18 @@ inline constexpr std::array kRefusalReasons = {
     RefusalReason::nhiTableFull,
     RefusalReason::nhiCapacityExceeded,
     RefusalReason::nextHopTableFull,
+    RefusalReason::headroom,
     RefusalReason::invalid,
 };
 
 /// The reason as one word for machines: "noRow".
 const char* toText(RefusalReason reason);
 
-/// Why `sm` has just refused `prefix`, told from the state that it left. Of several tables that
-/// refused for different reasons, the one that more room in the NHI memory would help decides, then
-/// the one that fewer leaves in its row would.
+/// Why the engine has just refused the new `prefix`, told from the state that it left. Of several
+/// tables that refused for different reasons, the one that more room in the NHI memory would help
+/// decides, then the one that fewer leaves in its row would.
 ///
 /// REQUIRES: `prefix` is not installed, and nothing was requested since the refusal.
 RefusalReason reasonOfRefusal(const Tarnlet::LpmSm& sm, const Tarnlet::LpmPrefix::Ptr& prefix);
-
-/// For each length in key bits whether the library can be asked for it: there must be a table that
-/// may take the length, and no row of such a table may be narrower than the key. To ask for any
-/// other length would end the process.
-class ServableLengths {
- public:
-  static constexpr U32 kLengths = 145;
-
-  explicit ServableLengths(const Tarnlet::ConfigBase& config);
-
-  bool serves(U32 keyBits) const { return keyBits < kLengths && serves_[keyBits]; }
-
- private:
-  std::array<bool, kLengths> serves_{};
-};
 
 }  // namespace Quarle::Agent

@@ -85,6 +85,17 @@ std::string toJson(const LoadOptions& options, const LoadResult& result) {
     }
     json["phases"] = std::move(phases);
   }
+  if (result.everyCommand) {
+    const Agent::HitlessCounts& counts = *result.everyCommand;
+    Json excused;
+    for (const Agent::Window window : Agent::kWindows) {
+      excused[Agent::toText(window)] = counts.excusedBy(window);
+    }
+    json["every_command"] = {{"commands", counts.writes()}, {"prefix", counts.prefixWrites},
+                             {"nhi", counts.nhiWrites},     {"next_hop", counts.nextHopWrites},
+                             {"lookups", counts.lookups},   {"wrong", counts.wrong},
+                             {"excused", excused}};
+  }
   json["input"] = inputJson(options, result);
   json["order"] = toText(options.order);
   json["verify"] = toText(options.verifyMode());

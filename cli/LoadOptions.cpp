@@ -126,6 +126,19 @@ void addManner(CLI::App& app, LoadOptions& options) {
   app.add_flag("--churn", options.churn,
                "After the load withdraw a random half, announce it again, then change every "
                "route's next hops; each phase is verified and reported");
+  app.add_option_function<std::string>(
+         "--changes",
+         [&options](const std::string& text) {
+           const auto changes = parseNumber<std::uint32_t>(text);
+           if (!changes) {
+             refuse("--changes", text, "a number from 0 to 4294967295");
+           }
+           options.changes = *changes;
+         },
+         "After the load make N random changes: withdraw, announce, change next hops, new groups")
+      ->type_name("N");
+  app.add_flag("--every-command", options.everyCommand,
+               "After every single write look up in the chip all that it may have touched");
   app.add_flag("--no-chip", options.noChip,
                "Drop the commands instead of writing them: the library alone, for measuring");
   addChoice<Verify>(
@@ -159,6 +172,9 @@ void LoadOptions::check() const {
   if (noChip && verifyMode() != Verify::none) {
     throw UsageError("--verify " + std::string(toText(verifyMode())) +
                      ": nothing is written with --no-chip, expected none");
+  }
+  if (noChip && everyCommand) {
+    throw UsageError("--every-command: nothing is written with --no-chip, expected one of the two");
   }
   if (strict && rib.empty()) {
     throw UsageError("--strict: there are no lines to be strict about, expected --rib FILE");

@@ -50,6 +50,9 @@ struct LoadOptions {
   bool shuffling = true;
   bool strict = false;
   bool churn = false;
+  // Random changes after the load.
+  std::uint32_t changes = 0;
+  bool everyCommand = false;
   bool json = false;
 
   Verify verifyMode() const { return verify.value_or(noChip ? Verify::none : Verify::all); }

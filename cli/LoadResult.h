@@ -3,10 +3,12 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "agent/Client.h"
+#include "agent/HitlessCheck.h"
 #include "agent/source/RibFile.h"
 
 namespace Quarle::Cli {
@@ -54,13 +56,15 @@ struct LoadResult {
   std::string chip;
   Agent::RibReport input;
   std::vector<PhaseResult> phases;
+  // Of --every-command, over all phases.
+  std::optional<Agent::HitlessCounts> everyCommand;
   // The first things found wrong, a text of several lines each.
   std::vector<std::string> faults;
 
   const PhaseResult& load() const { return phases.front(); }
 
   std::uint64_t wrong() const {
-    std::uint64_t sum = 0;
+    std::uint64_t sum = everyCommand ? everyCommand->wrong : 0;
     for (const PhaseResult& phase : phases) {
       sum += phase.wrong();
     }

@@ -9,9 +9,12 @@
 #include <chrono>
 #include <cstdio>
 #include <limits>
+#include <map>
+#include <unordered_map>
 #include <utility>
 
 #include "agent/ChipContexts.h"
+#include "agent/HitlessCheck.h"
 #include "agent/LookupCheck.h"
 #include "agent/source/RouteOrder.h"
 #include "cli/WantedGroups.h"
@@ -29,6 +32,9 @@ constexpr std::uint32_t kNotPlaced = std::numeric_limits<std::uint32_t>::max();
 constexpr std::size_t kSampleStep = 64;
 // Parts the draw of the half that is withdrawn from the one that orders the routes.
 constexpr std::uint64_t kHalfSalt = 0x68616c66;
+constexpr std::uint64_t kChangeSalt = 0x6368616e;
+// Next hops of groups that changes make up, above all that routes bring.
+constexpr std::uint64_t kFirstChangedNextHop = 1'000'000'000;
 
 double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
@@ -95,11 +101,13 @@ class LoadRun {
         input_(readRoutes(options, progress)),
         groups_(input_.table, options.nextHopGroups, options.seed),
         client_({.systemStatus = Agent::systemStatusOf(chip_),
-                 .ipv4 = options.noChip ? nullptr : &manager4_,
-                 .ipv6 = options.noChip ? nullptr : &manager6_},
-                {.hashShuffling = options.shuffling}) {
+                 .ipv4 = managerOf(Family::ipv4),
+                 .ipv6 = managerOf(Family::ipv6)},
+                {.hashShuffling = options.shuffling}),
+        changes_(options.seed ^ kChangeSalt) {
     takeTable(Family::ipv4);
     takeTable(Family::ipv6);
+    client_.answerHandlerIs([this](const Agent::RouteEvent& event) { noteLate(event); });
   }
 
   LoadResult run();
@@ -108,9 +116,15 @@ class LoadRun {
   const std::string& chipError() const { return chip_.lastError(); }
 
  private:
+  xpIpRouteLpmMgr* managerOf(Family family);
   void takeTable(Family family);
   void wantGroups(bool changed);
-  void announce(Table& table, std::size_t i, Agent::FamilyClient& client) const;
+  void announce(Table& table, std::size_t i, Agent::FamilyClient& client);
+  void withdraw(Table& table, std::size_t i, Agent::FamilyClient& client);
+  void noteLate(const Agent::RouteEvent& event);
+  void takeLate(Table& table);
+  void makeChanges();
+  void change(Table& table, std::size_t i, Agent::FamilyClient& client);
 
   /// `requestOne(table, i, client)` makes the phase's request for one route of a table; false when
   /// the phase leaves that route alone.
@@ -128,14 +142,33 @@ class LoadRun {
   XdkSim::Chip chip_;
   XdkSim::SimLpmMgr manager4_;
   XdkSim::SimLpmMgr manager6_;
+  std::optional<Agent::HitlessCheck> check_;
   Agent::RibLoad input_;
   WantedGroups groups_;
   Agent::Client client_;
   std::vector<Agent::SwId> groupIds_;
+  std::map<Agent::SwId, std::uint32_t> groupNumber_;
+  Agent::Random changes_;
+  std::uint64_t nextNextHop_ = kFirstChangedNextHop;
+  // Where routes lead that were refused and served later in the same phase.
+  std::unordered_map<Agent::RouteKey, std::uint32_t, Agent::RouteKeyHash> late_;
   Table table4_;
   Table table6_;
   LoadResult result_;
 };
+
+xpIpRouteLpmMgr* LoadRun::managerOf(Family family) {
+  if (options_.noChip) {
+    return nullptr;
+  }
+  if (!options_.everyCommand) {
+    return family == Family::ipv4 ? &manager4_ : &manager6_;
+  }
+  if (!check_) {
+    check_.emplace(chip_);
+  }
+  return &check_->manager(family);
+}
 
 void LoadRun::takeTable(Family family) {
   Table& taken = table(family);
@@ -162,18 +195,72 @@ void LoadRun::wantGroups(bool changed) {
   }
 }
 
-void LoadRun::announce(Table& table, std::size_t i, Agent::FamilyClient& client) const {
+void LoadRun::announce(Table& table, std::size_t i, Agent::FamilyClient& client) {
   const std::uint32_t group = table.wanted[i];
-  const Agent::Answer answer =
-      client.routeIs({.vrf = 0, .prefix = table.routes[i].prefix}, groupIds_[group]);
-  if (!answer.refused()) {
+  const Agent::RouteKey key{.vrf = 0, .prefix = table.routes[i].prefix};
+  if (check_) {
+    check_->wishIs(key, client_.groups().nextHops(groupIds_[group]));
+  }
+  const bool placed = !client.routeIs(key, groupIds_[group]).refused();
+  if (placed) {
     table.placed[i] = group;
+  }
+  if (check_) {
+    // A refused wish stays: the client may try it again at any time.
+    if (placed) {
+      check_->settled(key, /*asWished=*/true);
+    }
+    check_->requestEnds();
+  }
+}
+
+void LoadRun::withdraw(Table& table, std::size_t i, Agent::FamilyClient& client) {
+  const Agent::RouteKey key{.vrf = 0, .prefix = table.routes[i].prefix};
+  if (check_) {
+    check_->withdrawalIs(key);
+  }
+  const bool gone = !client.routeDel(key).refused();
+  if (gone) {
+    table.placed[i] = kNotPlaced;
+  }
+  if (check_) {
+    if (gone) {
+      check_->settled(key, /*asWished=*/true);
+    }
+    check_->requestEnds();
+  }
+}
+
+/// Keeps what a retry has changed. An own request comes before the retries that its room allows, so
+/// the last word on a route is its own answer unless it is in `late_`.
+void LoadRun::noteLate(const Agent::RouteEvent& event) {
+  if (event.cause == Agent::Cause::request) {
+    if (!late_.empty() && !event.answer.refused()) {
+      late_.erase(event.key);
+    }
+  } else if (event.cause == Agent::Cause::retry && !event.answer.refused()) {
+    const bool gone = event.answer.outcome == Agent::Outcome::withdrawn;
+    late_[event.key] = gone ? kNotPlaced : groupNumber_.at(event.group);
+    if (check_) {
+      check_->settled(event.key, /*asWished=*/true);
+    }
+  }
+}
+
+void LoadRun::takeLate(Table& table) {
+  for (std::size_t i = 0; i < table.routes.size() && !late_.empty(); ++i) {
+    const auto place = late_.find({.vrf = 0, .prefix = table.routes[i].prefix});
+    if (place != late_.end()) {
+      table.placed[i] = place->second;
+      late_.erase(place);
+    }
   }
 }
 
 LoadResult LoadRun::run() {
   for (const std::vector<std::uint64_t>& nextHops : groups_.groups()) {
     groupIds_.push_back(client_.groupIs(nextHops));
+    groupNumber_.emplace(groupIds_.back(), static_cast<std::uint32_t>(groupIds_.size() - 1));
   }
   result_.chip = chip_.profile().name;
   result_.input = input_.report;
@@ -184,13 +271,11 @@ LoadResult LoadRun::run() {
   };
   runPhase("load", announceAll);
   if (options_.churn) {
-    runPhase("withdraw-half", [](Table& table, std::size_t i, Agent::FamilyClient& client) {
-      if (!table.inHalf[i]) {
-        return false;
+    runPhase("withdraw-half", [this](Table& table, std::size_t i, Agent::FamilyClient& client) {
+      if (table.inHalf[i]) {
+        withdraw(table, i, client);
       }
-      client.routeDel({.vrf = 0, .prefix = table.routes[i].prefix});
-      table.placed[i] = kNotPlaced;
-      return true;
+      return bool{table.inHalf[i]};
     });
     runPhase("announce-again", [this](Table& table, std::size_t i, Agent::FamilyClient& client) {
       if (table.inHalf[i]) {
@@ -201,7 +286,51 @@ LoadResult LoadRun::run() {
     wantGroups(true);
     runPhase("change-next-hops", announceAll);
   }
+  if (options_.changes != 0) {
+    makeChanges();
+  }
+  if (check_) {
+    result_.everyCommand = check_->counts();
+    result_.faults.insert(result_.faults.begin(), check_->faults().begin(), check_->faults().end());
+  }
   return std::move(result_);
+}
+
+void LoadRun::makeChanges() {
+  const std::uint64_t all = table4_.routes.size() + table6_.routes.size();
+  runPhase("changes", [&](Table& table, std::size_t i, Agent::FamilyClient& client) {
+    // Spread evenly over the walk, each at a random route.
+    const std::uint64_t size = table.routes.size();
+    const std::uint64_t share = options_.changes * size / all;
+    const std::uint64_t count = (i + 1) * share / size - i * share / size;
+    for (std::uint64_t done = 0; done < count; ++done) {
+      change(table, changes_.below(static_cast<std::uint32_t>(size)), client);
+    }
+    return count;
+  });
+}
+
+void LoadRun::change(Table& table, std::size_t i, Agent::FamilyClient& client) {
+  if (table.placed[i] != kNotPlaced && changes_.chance(400)) {
+    withdraw(table, i, client);
+    return;
+  }
+  if (!changes_.chance(50)) {
+    table.wanted[i] = changes_.below(static_cast<std::uint32_t>(groups_.groups().size()));
+    announce(table, i, client);
+    return;
+  }
+  std::vector<std::uint64_t> nextHops(1 + changes_.below(8));
+  for (std::uint64_t& nextHop : nextHops) {
+    nextHop = ++nextNextHop_;
+  }
+  const Agent::SwId group = client_.groupIs(nextHops);
+  table.wanted[i] = static_cast<std::uint32_t>(groupIds_.size());
+  groupIds_.push_back(group);
+  groupNumber_.insert_or_assign(group, table.wanted[i]);
+  announce(table, i, client);
+  // The route holds it from here on.
+  client_.groupDel(group);
 }
 
 template <typename RequestOne>
@@ -229,7 +358,7 @@ FamilyResult LoadRun::load(const std::string& name, Family family, const Request
   const std::int64_t heapBefore = heapInUse();
   const Clock::time_point start = Clock::now();
   for (std::size_t i = 0; i < routes.routes.size(); ++i) {
-    result.requests += requestOne(routes, i, client) ? 1 : 0;
+    result.requests += static_cast<std::uint64_t>(requestOne(routes, i, client));
     progress_.doneIs(i);
   }
   result.loadSeconds = secondsSince(start);
@@ -237,8 +366,11 @@ FamilyResult LoadRun::load(const std::string& name, Family family, const Request
   result.commands = {.prefix = client.commands().prefix - before.prefix,
                      .nhi = client.commands().nhi - before.nhi};
   result.placed = client.routes();
-  for (const auto& [key, refused] : client.refused()) {
-    ++result.refused[refused.reason];
+  takeLate(routes);
+  for (const Agent::RefusalReason reason : Agent::kRefusalReasons) {
+    if (const std::uint64_t count = client.refused().count(reason)) {
+      result.refused[reason] = count;
+    }
   }
   result.statistics = client.statistics();
   return result;
@@ -285,7 +417,9 @@ std::uint64_t LoadRun::countWrongRows() {
     }
   }
   const Agent::NextHopGroups& groups = client_.groups();
-  for (const Agent::SwId id : groupIds_) {
+  // Groups made up by changes end with their routes.
+  for (std::size_t i = 0; i < groups_.groups().size(); ++i) {
+    const Agent::SwId id = groupIds_[i];
     if (groups.refusal(id)) {
       continue;
     }

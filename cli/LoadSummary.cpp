@@ -51,6 +51,8 @@ const char* sentence(Agent::RefusalReason reason) {
       return "NHI entry full";
     case Agent::RefusalReason::nextHopTableFull:
       return "no next-hop rows";
+    case Agent::RefusalReason::headroom:
+      return "NHI kept back";
     case Agent::RefusalReason::invalid:
       return "cannot be served";
   }
@@ -182,6 +184,15 @@ std::string toSummary(const LoadOptions& options, const LoadResult& result) {
           share(load.nextHops.rowsUsed, load.nextHops.rowCapacity) + " of the rows";
   text += load.nextHops.shuffles == 0 ? "\n" : ", " + grouped(load.nextHops.shuffles) + " moved\n";
   text += phaseLines(options, result);
+  if (result.everyCommand) {
+    const Agent::HitlessCounts& counts = *result.everyCommand;
+    text += "\nevery command: " + grouped(counts.writes()) + " writes, " + grouped(counts.lookups) +
+            " look-ups after them, " + grouped(counts.wrong) + " wrong, excused by window";
+    for (const Agent::Window window : Agent::kWindows) {
+      text += std::string(" ") + Agent::toText(window) + " " + grouped(counts.excusedBy(window));
+    }
+    text += "\n";
+  }
   if (options.verifyMode() != Verify::none) {
     text += result.wrong() == 0
                 ? "\nEvery look-up in the chip is right.\n"

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <compare>
 #include <cstdint>
 
@@ -66,11 +67,8 @@ struct AddressBits {
   }
 
   static constexpr std::uint64_t word(const std::array<std::uint8_t, 16>& bytes, unsigned first) {
-    std::uint64_t result = 0;
-    for (unsigned i = 0; i < 8; ++i) {
-      result = result << 8 | bytes[first + i];
-    }
-    return result;
+    const std::uint64_t native = std::bit_cast<std::array<std::uint64_t, 2>>(bytes)[first / 8];
+    return std::endian::native == std::endian::big ? native : __builtin_bswap64(native);
   }
 };
 

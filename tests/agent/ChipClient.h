@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "agent/ChipContexts.h"
@@ -48,22 +49,15 @@ inline XdkSim::ChipProfile tinyProfile(std::vector<XdkSim::PrefixTableProfile> i
   return profile;
 }
 
+/// For chips of `tinyProfile` whose IPv4 tables have treads of 16 alone: they take no longer
+/// prefix. Without headroom, which a handful of NHI entries cannot afford.
+inline ClientOptions tinyOptions() {
+  return {.maxLengthV4 = 19, .headroom = {.share = 0, .minLargestBlocks = 0}};
+}
+
 inline std::string toText(const Answer& answer) {
-  switch (answer.outcome) {
-    case Outcome::placed:
-      return "placed";
-    case Outcome::updated:
-      return "updated";
-    case Outcome::unchanged:
-      return "unchanged";
-    case Outcome::withdrawn:
-      return "withdrawn";
-    case Outcome::absent:
-      return "absent";
-    case Outcome::refused:
-      return std::string("refused ") + Agent::toText(answer.reason);
-  }
-  return "unknown";
+  return Agent::toText(answer.outcome) +
+         (answer.refused() ? std::string(" ") + Agent::toText(answer.reason) : "");
 }
 
 inline RouteKey keyOf(const std::string& text, U32 vrf = 0) {
@@ -81,25 +75,33 @@ class ChipClient {
         manager4_(chip, XdkSim::Family::ipv4),
         manager6_(chip, XdkSim::Family::ipv6),
         client({.systemStatus = systemStatusOf(chip), .ipv4 = &manager4_, .ipv6 = &manager6_},
-               options) {}
+               options) {
+    client.answerHandlerIs([this](const RouteEvent& event) { note(event); });
+  }
 
   /// A route to these next hops: what the client answered.
   std::string route(const std::string& prefix, const std::vector<U64>& nextHops, U32 vrf = 0) {
     const RouteKey key = keyOf(prefix, vrf);
-    const SwId group = client.groupIs(nextHops);
-    const Answer answer = client.family(key.prefix.family).routeIs(key, group);
-    client.groupDel(group);
-    if (!answer.refused()) {
-      routes_[key] = nextHops;
-    }
-    return toText(answer);
+    return toText(client.family(key.prefix.family).routeIs(key, nextHops));
+  }
+
+  /// A route to a group.
+  std::string routeTo(const std::string& prefix, SwId group) {
+    const RouteKey key = keyOf(prefix);
+    return toText(client.family(key.prefix.family).routeIs(key, group));
   }
 
   std::string withdraw(const std::string& prefix, U32 vrf = 0) {
     const RouteKey key = keyOf(prefix, vrf);
-    routes_.erase(key);
     return toText(client.family(key.prefix.family).routeDel(key));
   }
+
+  std::string changeGroup(SwId group, const std::vector<U64>& nextHops) {
+    return toText(client.groupNextHopsAre(group, nextHops));
+  }
+
+  /// The answers that were told since the last call, a line each: "retry 10.0.0.0/8 placed".
+  std::string events() { return std::exchange(events_, {}); }
 
   /// Where the chip sends an address: "10.0.0.0/8 to 7 8", or "none".
   std::string lookup(const std::string& address, U16 vrf = 0) const {
@@ -118,13 +120,14 @@ class ChipClient {
     return text;
   }
 
-  const std::map<RouteKey, std::vector<U64>>& routes() const { return routes_; }
+  /// The routes that the answers told tell to be on the chip.
+  const std::map<RouteKey, SwId>& routes() const { return routes_; }
 
   /// Looks up the first and last address of every answered route, and of `others`; one line for
   /// each that does not lead to the next hops of the longest answered prefix. Of VRF 0 alone.
   std::string wrongLookups(const std::vector<RoutePrefix>& others = {}) const {
     std::vector<RoutePrefix> prefixes = others;
-    for (const auto& [key, nextHops] : routes_) {
+    for (const auto& [key, group] : routes_) {
       prefixes.push_back(key.prefix);
     }
     std::string wrong;
@@ -142,10 +145,19 @@ class ChipClient {
 
   /// Withdraws everything; what is then left behind, a line for each, in chip, client and library.
   std::string leftOvers() {
-    while (!routes_.empty()) {
-      const RouteKey key = routes_.begin()->first;
-      routes_.erase(routes_.begin());
-      client.family(key.prefix.family).routeDel(key);
+    for (const Family family : {Family::ipv4, Family::ipv6}) {
+      FamilyClient& routes = client.family(family);
+      // The wishes first, lest they come in.
+      std::vector<RouteKey> all;
+      routes.refused().forEach([&all](const RefusedWish& wish) { all.push_back(wish.key); });
+      for (const auto& [key, group] : routes_) {
+        if (key.prefix.family == family) {
+          all.push_back(key);
+        }
+      }
+      for (const RouteKey& key : all) {
+        routes.routeDel(key);
+      }
     }
     std::string left;
     const auto expectNone = [&left](const std::string& what, U64 count) {
@@ -153,13 +165,6 @@ class ChipClient {
     };
     for (const Family family : {Family::ipv4, Family::ipv6}) {
       FamilyClient& routes = client.family(family);
-      std::vector<RouteKey> refused;
-      for (const auto& [key, wish] : routes.refused()) {
-        refused.push_back(key);
-      }
-      for (const RouteKey& key : refused) {
-        routes.routeDel(key);
-      }
       const FamilyStatistics statistics = routes.statistics();
       const std::string name = familyName(family) + std::string(" ");
       expectNone(name + "routes", routes.routes());
@@ -191,9 +196,28 @@ class ChipClient {
   Client client;
 
  private:
+  void note(const RouteEvent& event) {
+    constexpr std::array kCauses = {"request", "retry", "groupMove"};
+    events_ += kCauses[static_cast<std::size_t>(event.cause)] + std::string(" ") +
+               Agent::toText(event.key) + " " + toText(event.answer) + "\n";
+    switch (event.answer.outcome) {
+      case Outcome::placed:
+      case Outcome::updated:
+      case Outcome::unchanged:
+        routes_[event.key] = event.group;
+        return;
+      case Outcome::withdrawn:
+      case Outcome::absent:
+        routes_.erase(event.key);
+        return;
+      case Outcome::refused:
+        return;
+    }
+  }
+
   std::string expectedAt(const IpAddress& address) const {
     const AddressBits bits = AddressBits::of(address.bytes);
-    const std::pair<const RouteKey, std::vector<U64>>* best = nullptr;
+    const std::pair<const RouteKey, SwId>* best = nullptr;
     for (const auto& route : routes_) {
       const RoutePrefix& prefix = route.first.prefix;
       if (route.first.vrf == 0 && prefix.family == address.family &&
@@ -206,13 +230,15 @@ class ChipClient {
       return "none";
     }
     std::string text = Agent::toText(best->first.prefix) + " to";
-    for (const U64 nextHop : best->second) {
+    for (const U64 nextHop : client.groups().nextHops(best->second)) {
       text += " " + std::to_string(nextHop);
     }
     return text;
   }
 
-  std::map<RouteKey, std::vector<U64>> routes_;
+  // The answers alone tell it, retried ones too.
+  std::map<RouteKey, SwId> routes_;
+  std::string events_;
 };
 
 }  // namespace Quarle::Agent::Testing

@@ -154,7 +154,7 @@ TEST_F(Lab, refusedWishesAreRememberedUntilTheyAreWithdrawn) {
   FamilyClient& ipv4 = lab.client.family(Family::ipv4);
   EXPECT_EQ(lab.route("10.0.0.0/8", std::vector<U64>(32, 1)), "refused invalid");
   ASSERT_EQ(ipv4.refused().size(), 1U);
-  EXPECT_EQ(toText(ipv4.refused().begin()->first), "10.0.0.0/8");
+  EXPECT_NE(ipv4.refused().find(keyOf("10.0.0.0/8")), nullptr);
   EXPECT_EQ(lab.withdraw("10.0.0.0/8"), "withdrawn");
   EXPECT_TRUE(ipv4.refused().empty());
   EXPECT_EQ(lab.withdraw("10.0.0.0/8"), "absent");

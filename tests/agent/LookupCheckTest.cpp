@@ -16,6 +16,7 @@ using Testing::ChipClient;
 using ::testing::HasSubstr;
 using Testing::keyOf;
 using ::testing::StartsWith;
+using Testing::tinyOptions;
 using Testing::tinyProfile;
 
 class LookupCheckTest : public ::testing::Test {
@@ -37,7 +38,7 @@ class LookupCheckTest : public ::testing::Test {
   ReferenceTrie expected;
 
  private:
-  ChipClient client_{tinyProfile({{.tread = 16, .rows = 1}})};
+  ChipClient client_{tinyProfile({{.tread = 16, .rows = 1}}), tinyOptions()};
 };
 
 TEST_F(LookupCheckTest, rightAnswersAreCounted) {

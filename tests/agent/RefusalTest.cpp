@@ -14,6 +14,7 @@ namespace {
 
 using Testing::ChipClient;
 using Testing::Environment;
+using Testing::tinyOptions;
 using Testing::tinyProfile;
 
 // One row for all routes of all VRFs.
@@ -22,16 +23,16 @@ const std::vector<XdkSim::PrefixTableProfile> kOneRow = {{.tread = 16, .rows = 1
 std::string slash16(int i) { return "10." + std::to_string(i) + ".0.0/16"; }
 
 TEST(Refusal, aRowOfAnotherBranchIsNoRow) {
-  ChipClient chip(tinyProfile(kOneRow));
+  ChipClient chip(tinyProfile(kOneRow), tinyOptions());
   EXPECT_EQ(chip.route("10.0.0.0/8", {1}, 1), "placed");
   EXPECT_EQ(chip.route("10.0.0.0/8", {1}, 2), "refused noRow");
   EXPECT_EQ(chip.withdraw("10.0.0.0/8", 1), "withdrawn");
-  EXPECT_EQ(chip.route("10.0.0.0/8", {1}, 2), "placed");
+  EXPECT_EQ(chip.route("10.0.0.0/8", {1}, 2), "unchanged") << "it has come in by itself";
   EXPECT_EQ(chip.leftOvers(), "");
 }
 
 TEST(Refusal, noRoomForALeafIsAFullRow) {
-  ChipClient chip(tinyProfile(kOneRow));
+  ChipClient chip(tinyProfile(kOneRow), tinyOptions());
   int placed = 0;
   std::string answer;
   for (int i = 0; answer.empty(); ++i) {
@@ -47,7 +48,7 @@ TEST(Refusal, noRoomForALeafIsAFullRow) {
 
 TEST(Refusal, aFullNhiTileIsTold) {
   const Environment oneEntry("NHI_TABLE_SIZE", "1");
-  ChipClient chip(tinyProfile(kOneRow));
+  ChipClient chip(tinyProfile(kOneRow), tinyOptions());
   EXPECT_EQ(chip.route(slash16(1), {1}), "placed");
   EXPECT_EQ(chip.route(slash16(2), {1}), "refused nhiTableFull")
       << "the row would need a second block beside its own for a moment";
@@ -58,7 +59,7 @@ TEST(Refusal, aFullNhiTileIsTold) {
 
 TEST(Refusal, aRefusedUpdateLeavesTheRouteWhereItWas) {
   const Environment oneEntry("NHI_TABLE_SIZE", "1");
-  ChipClient chip(tinyProfile(kOneRow));
+  ChipClient chip(tinyProfile(kOneRow), tinyOptions());
   FamilyClient& ipv4 = chip.client.family(Family::ipv4);
   EXPECT_EQ(chip.route(slash16(1), {1, 2}), "placed");
   EXPECT_EQ(chip.route(slash16(1), {3}), "refused nhiTableFull");
@@ -75,7 +76,9 @@ TEST(Refusal, aRefusedUpdateLeavesTheRouteWhereItWas) {
 }
 
 TEST(Refusal, aRowOfOneNhiEntryIsAtItsCapacity) {
-  ChipClient chip(tinyProfile(kOneRow), {.multiEntryRows = false});
+  ClientOptions options = tinyOptions();
+  options.multiEntryRows = false;
+  ChipClient chip(tinyProfile(kOneRow), options);
   for (int i = 0; i < 6; ++i) {
     EXPECT_EQ(chip.route(slash16(i), {1}), "placed") << i;
   }
@@ -84,7 +87,7 @@ TEST(Refusal, aRowOfOneNhiEntryIsAtItsCapacity) {
 }
 
 TEST(Refusal, aFullNextHopTableRefusesTheRoute) {
-  ChipClient chip(tinyProfile(kOneRow, /*nextHopRows=*/4));
+  ChipClient chip(tinyProfile(kOneRow, /*nextHopRows=*/4), tinyOptions());
   EXPECT_EQ(chip.route(slash16(1), {1, 2, 3}), "placed");
   EXPECT_EQ(chip.route(slash16(2), {4, 5}), "refused nextHopTableFull");
   EXPECT_EQ(chip.route(slash16(2), {4}), "placed");
@@ -93,23 +96,33 @@ TEST(Refusal, aFullNextHopTableRefusesTheRoute) {
   EXPECT_EQ(chip.leftOvers(), "");
 }
 
-TEST(Refusal, lengthsThatNoTableTakesAreRefusedBeforeTheLibraryIsAsked) {
-  ChipClient chip(tinyProfile({{.tread = 28, .rows = 4}}));
-  EXPECT_EQ(chip.route("10.0.0.0/11", {1}), "refused invalid") << "shorter than every tread";
-  EXPECT_EQ(chip.route("10.0.0.0/12", {1}), "placed");
+TEST(Refusal, prefixesBeyondTheClientsLengthAreInvalid) {
+  ChipClient chip(tinyProfile(kOneRow), tinyOptions());
   EXPECT_EQ(chip.route("10.0.0.0/19", {1}), "placed");
   EXPECT_EQ(chip.route("10.0.0.0/20", {1}), "refused invalid") << "kept from treads below 30";
-  EXPECT_EQ(chip.route("10.0.0.0/32", {1}), "refused invalid") << "kept from treads below 35";
+  EXPECT_EQ(chip.withdraw("10.0.0.0/20"), "withdrawn");
   EXPECT_EQ(chip.leftOvers(), "");
 }
 
-TEST(Refusal, lengthsThatWouldNotFitARowAreRefusedBeforeTheLibraryIsAsked) {
+TEST(Refusal, aChipThatCannotServeTheClientsLengthsIsNotStarted) {
+  ClientOptions options = tinyOptions();
+  options.maxLengthV4 = 20;
+  EXPECT_THROW(ChipClient(tinyProfile(kOneRow), options), ProfileError);
+  EXPECT_THROW(ChipClient(tinyProfile({{.tread = 28, .rows = 4}}), tinyOptions()), ProfileError)
+      << "no table takes a default route";
+}
+
+TEST(Refusal, aChipThatServesShortIpv6PrefixesAloneIsStartedForThese) {
   XdkSim::ChipProfile profile = tinyProfile(kOneRow);
-  profile.ipv6.tables = {{.tread = 60, .rows = 4, .sramWidth = 128}};
-  ChipClient chip(profile);
-  EXPECT_EQ(chip.route("2001:db8::/64", {1}), "placed") << "80 of the 88 bits of a narrow row";
-  EXPECT_EQ(chip.route("2001:db8::/73", {1}), "refused invalid");
-  EXPECT_EQ(chip.route("2001:db8::/128", {1}), "refused invalid");
+  profile.ipv6.tables = {{.tread = 16, .rows = 4, .sramWidth = 128},
+                         {.tread = 60, .rows = 4, .sramWidth = 128}};
+  ClientOptions options = tinyOptions();
+  EXPECT_THROW(ChipClient(profile, options), ProfileError) << "a narrow row has 88 bits";
+  options.maxLengthV6 = 64;
+  ChipClient chip(profile, options);
+  EXPECT_EQ(chip.route("2001:db8::/64", {1}), "placed");
+  EXPECT_EQ(chip.route("2001:db8::/65", {1}), "refused invalid");
+  EXPECT_EQ(chip.wrongLookups(), "");
   EXPECT_EQ(chip.leftOvers(), "");
 }
 
@@ -119,7 +132,9 @@ TEST(Refusal, aCollisionIsMadeRoomForUnlessShufflingIsOff) {
       {.tread = 16, .rows = 1, .sramWidth = 256, .hashPolySelect = 0},
       {.tread = 16, .rows = 1, .sramWidth = 256, .hashPolySelect = 1}};
   for (const bool shuffling : {true, false}) {
-    ChipClient chip(tinyProfile(tables), {.hashShuffling = shuffling});
+    ClientOptions options = tinyOptions();
+    options.hashShuffling = shuffling;
+    ChipClient chip(tinyProfile(tables), options);
     EXPECT_EQ(chip.route("10.0.0.0/8", {1}, 1), "placed");
     EXPECT_EQ(chip.route("10.0.0.0/8", {2}, 2), "placed");
     EXPECT_EQ(chip.route("10.0.0.0/8", {3}, 3), "refused noRow");
@@ -136,7 +151,8 @@ TEST(Refusal, reasonsHaveOneWordEach) {
   for (const RefusalReason reason : kRefusalReasons) {
     words += toText(reason) + std::string(" ");
   }
-  EXPECT_EQ(words, "noRow rowFull nhiTableFull nhiCapacityExceeded nextHopTableFull invalid ");
+  EXPECT_EQ(words,
+            "noRow rowFull nhiTableFull nhiCapacityExceeded nextHopTableFull headroom invalid ");
 }
 
 }  // namespace

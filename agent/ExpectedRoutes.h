@@ -1,0 +1,87 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <span>
+#include <unordered_map>
+#include <vector>
+
+#include "agent/ReferenceTrie.h"
+#include "agent/RouteKey.h"
+
+namespace Quarle::Agent {
+
+/// An address in a VRF.
+struct VrfAddress {
+  U16 vrf = 0;
+  IpAddress address;
+
+  auto operator<=>(const VrfAddress&) const = default;
+};
+
+/// What each address may answer while routes change: exactly the longest route, but for a route
+/// that somebody is changing the old or the new next hops, and for one that comes or goes also what
+/// covers it.
+///
+/// Written by whoever requests routes: `wishIs` before a request, then `wishHolds` or
+/// `wishIsDropped` once its outcome is known. A wish that the client keeps for later stays as it
+/// is. Read by the checks of look-ups.
+///
+/// 1. The trie of a VRF holds each route that stands or is wished for.
+/// 2. A route has a place in `pending_` exactly while it has a wish.
+class ExpectedRoutes {
+ public:
+  /// A list of next hops under a number of its own.
+  using NextHopsId = ReferenceTrie::Value;
+
+  /// The answers that an address may give.
+  struct Answers {
+    // By the length of the match, the longest first.
+    std::vector<ReferenceTrie::Match> matches;
+    // No match at all is right too.
+    bool none = false;
+  };
+
+  NextHopsId idOf(std::span<const U64> nextHops);
+
+  const std::vector<U64>& nextHops(NextHopsId id) const { return *lists_[id]; }
+
+  /// From now on the route may lead to `wish` as well, or be absent when there is none. A wish that
+  /// stood before is replaced.
+  void wishIs(const RouteKey& key, std::optional<NextHopsId> wish);
+
+  /// The wish has come true. Nothing happens when there is none.
+  void wishHolds(const RouteKey& key);
+
+  /// The route stays as it was before the wish. Nothing happens when there is none.
+  void wishIsDropped(const RouteKey& key);
+
+  /// What `address` may answer. Good until the next call.
+  const Answers& answersAt(const VrfAddress& address) const;
+
+  /// An address whose longest match is `key`, wished for or standing; nothing when longer routes
+  /// cover it all or the search took too long. First and last address come first.
+  std::optional<IpAddress> ownAddress(const RouteKey& key) const;
+
+ private:
+  using Value = ReferenceTrie::Value;
+
+  // Marks a number in a trie as a place in `pending_`.
+  static constexpr Value kPending = Value{1} << 31;
+
+  struct Pending {
+    std::optional<NextHopsId> now;
+    std::optional<NextHopsId> wish;
+  };
+
+  void settle(const RouteKey& key, bool asWished);
+
+  std::map<std::vector<U64>, NextHopsId> idByList_;
+  std::vector<const std::vector<U64>*> lists_;
+  std::unordered_map<U32, ReferenceTrie> tries_;
+  std::vector<Pending> pending_;
+  std::vector<Value> freePending_;
+  mutable Answers answers_;
+};
+
+}  // namespace Quarle::Agent

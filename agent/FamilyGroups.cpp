@@ -1,0 +1,74 @@
+// Routes that follow their group to other rows.
+
+#include <algorithm>
+#include <unordered_map>
+#include <utility>
+
+#include "agent/FamilyClient.h"
+
+namespace Quarle::Agent {
+
+using Tarnlet::LpmPrefix;
+
+namespace {
+
+/// Table and row of an installed prefix.
+std::pair<U32, U32> rowOf(const Tarnlet::LpmSm& sm, const LpmPrefix::Ptr& prefix) {
+  const auto* holder = sm.prefixToSubTrieCollection().find(prefix);
+  if (holder == nullptr) {
+    return {};
+  }
+  const Tarnlet::SubTrie& subTrie = *holder->value;
+  return {subTrie.table()->tableId().value(), subTrie.index().value()};
+}
+
+}  // namespace
+
+std::vector<std::vector<LpmPrefix::Ptr>> FamilyClient::routesOf(
+    std::span<const GroupMove> moves) const {
+  std::unordered_map<U32, std::size_t> moveByBase;
+  for (std::size_t i = 0; i < moves.size(); ++i) {
+    moveByBase.emplace(moves[i].from.base().value(), i);
+  }
+  std::vector<std::vector<LpmPrefix::Ptr>> routes(moves.size());
+  for (const auto& route : config_->requestCollection()) {
+    const auto place = moveByBase.find(route.value.base().value());
+    if (place != moveByBase.end()) {
+      routes[place->second].push_back(route.key);
+    }
+  }
+  for (std::vector<LpmPrefix::Ptr>& ofOne : routes) {
+    std::stable_sort(ofOne.begin(), ofOne.end(), [this](const auto& a, const auto& b) {
+      return rowOf(*sm_, a) < rowOf(*sm_, b);
+    });
+  }
+  return routes;
+}
+
+void FamilyClient::groupMoved(std::span<const LpmPrefix::Ptr> routes, const GroupMove& move) {
+  for (const LpmPrefix::Ptr& prefix : routes) {
+    const RouteKey key = routeKeyOf(prefixes_.family(), *prefix);
+    window_.narrow();
+    // The old rows of a move by the table end whatever comes of it, so it takes the room that
+    // updates leave alone.
+    const bool mayStay = move.left != SwId();
+    const bool hasRoom = !mayStay || mayUpdate(prefix);
+    if (hasRoom && leadTo(prefix, move.to, /*isRequested=*/false)) {
+      tell(key, move.group, {.outcome = Outcome::updated}, Cause::groupMove);
+      continue;
+    }
+    if (mayStay) {
+      config_->requestIs(prefix, move.from);
+      groups_.routeIsLeft(move);
+    }
+    // A table's move is not put back: the new place is the one to reach with the row's next change.
+    const RefusalReason reason = hasRoom ? RefusalReason::nhiTableFull : RefusalReason::headroom;
+    const RefusedWish* wish = refused_.find(key);
+    if (wish == nullptr || wish->group == move.group) {
+      const Request request = refuse(key, move.group, reason);
+      tell(key, move.group, request.answer, Cause::groupMove);
+    }
+  }
+}
+
+}  // namespace Quarle::Agent
