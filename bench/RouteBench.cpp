@@ -1,0 +1,61 @@
+// A whole table through the library or the client: every route inserted, given another next hop and
+// deleted, each timed from the request to the empty command queue. Nothing is written to a chip.
+
+#include <string>
+
+#include "bench/OurSubjects.h"
+
+#include <CLI/CLI.hpp>
+
+namespace Quarle::Bench {
+
+namespace {
+
+struct Options {
+  WorkloadOptions workload;
+  std::string chip = "internet";
+  std::string through = "library";
+  U32 drainEvery = 1;
+  bool counts = false;
+};
+
+int run(const Options& options) {
+  const Workload workload(options.workload);
+  const XdkSim::Chip chip(XdkSim::findProfile(options.chip));
+  const bool library = options.through == "library";
+  return runLoads(
+      library ? "tarnlet_library" : "tarnlet_client", options.workload, workload,
+      [&](Agent::Family family, const std::vector<WorkRoute>& routes) {
+        return library ? makeLibrarySubject(chip, family, routes, options.drainEvery)
+                       : makeClientSubject(chip, family, routes);
+      },
+      options.counts);
+}
+
+int main(int argc, char** argv) {
+  CLI::App app("Times a routing table through Tarnlet and prints one JSON line for each operation.",
+               "RouteBench");
+  Options options;
+  addWorkloadOptions(app, options.workload);
+  app.add_option("--chip", options.chip, "Chip profile: a name or the path of a JSON file")
+      ->type_name("PROFILE")
+      ->capture_default_str();
+  app.add_option("--through", options.through,
+                 "What is driven: the library's engine, or the client above it")
+      ->check(CLI::IsMember({"library", "client"}))
+      ->capture_default_str();
+  app.add_option("--drain-every", options.drainEvery,
+                 "Requests between two drains of the command queue (library alone)")
+      ->type_name("N")
+      ->check(CLI::Range(1, 1'000'000'000))
+      ->capture_default_str();
+  app.add_flag("--counts", options.counts,
+               "Also page faults, preemptions, and the commands so far by kind");
+  return runProgram("RouteBench", app, argc, argv, [&] { return run(options); });
+}
+
+}  // namespace
+
+}  // namespace Quarle::Bench
+
+int main(int argc, char** argv) { return Quarle::Bench::main(argc, argv); }
