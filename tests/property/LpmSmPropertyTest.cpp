@@ -3,39 +3,16 @@
 #include <cstdio>
 #include <sstream>
 
+#include "tests/property/ForAll.h"
 #include "tests/property/NaiveEngine.h"
 #include "tests/property/RandomChip.h"
 #include "tests/support/ChipStory.h"
-#include "tests/support/Seed.h"
 
 namespace {
 
 using namespace Quarle::Tarnlet;
 using namespace Quarle::Tarnlet::Testing;
 using Kind = Operation::Kind;
-
-/// Runs a property that says what is wrong with one of its cases, or nothing. A failing case is
-/// shrunk to a small one.
-template <class... Inputs>
-void forAll(int cases, std::string (*fault)(const Inputs&...), const rc::Gen<Inputs>&... inputs) {
-  rc::detail::TestParams params;
-  params.seed = testSeed();
-  params.maxSuccess = cases;
-  const auto property = [&] {
-    shuffleAddressOrder();
-    const std::string text = std::apply(fault, std::tuple<Inputs...>{*inputs...});
-    if (!text.empty()) {
-      RC_FAIL(text);
-    }
-  };
-  const rc::detail::TestResult result =
-      rc::detail::checkTestable(property, rc::detail::TestMetadata(), params);
-  if (!result.is<rc::detail::SuccessResult>()) {
-    std::ostringstream text;
-    rc::detail::printResultMessage(result, text);
-    FAIL() << "VELLOR_TEST_SEED=" << testSeed() << "\n" << text.str();
-  }
-}
 
 /// A chip, and the words of what was done to it so far. They are told even when a fatal check ends
 /// the process.
@@ -295,35 +272,35 @@ std::string faultOfComingAndGoing(const RandomChip& chip,
 }
 
 TEST(LpmSmProperty, ipv4InvariantsHoldAndForwardingNeverBreaks) {
-  forAll(300, faultOfHolding, randomChip(false), randomOperations(250));
+  forAllCases(300, faultOfHolding, randomChip(false), randomOperations(250));
 }
 
 TEST(LpmSmProperty, ipv6InvariantsHoldAndForwardingNeverBreaks) {
-  forAll(150, faultOfHolding, randomChip(true), randomOperations(250));
+  forAllCases(150, faultOfHolding, randomChip(true), randomOperations(250));
 }
 
 TEST(LpmSmProperty, forwardingNeverBreaksThroughCompactionsButInTheirWindows) {
-  forAll(200, faultOfHolding, crowdedChip(), randomOperations(250));
+  forAllCases(200, faultOfHolding, crowdedChip(), randomOperations(250));
 }
 
 TEST(LpmSmProperty, invariantsHoldWithManyTilesThatAllHaveRoom) {
-  forAll(100, faultOfHolding, roomyChip(), randomOperations(250));
+  forAllCases(100, faultOfHolding, roomyChip(), randomOperations(250));
 }
 
 TEST(LpmSmProperty, ipv4CommandsAreThoseOfTheNaiveEngine) {
-  forAll(300, faultOfAgreeing, randomChip(false), randomOperations(250));
+  forAllCases(300, faultOfAgreeing, randomChip(false), randomOperations(250));
 }
 
 TEST(LpmSmProperty, ipv6CommandsAreThoseOfTheNaiveEngine) {
-  forAll(150, faultOfAgreeing, randomChip(true), randomOperations(250));
+  forAllCases(150, faultOfAgreeing, randomChip(true), randomOperations(250));
 }
 
 TEST(LpmSmProperty, commandsOfCompactionsAreThoseOfTheNaiveEngine) {
-  forAll(150, faultOfAgreeing, crowdedChip(), randomOperations(250));
+  forAllCases(150, faultOfAgreeing, crowdedChip(), randomOperations(250));
 }
 
 TEST(LpmSmProperty, aRouteThatComesAndGoesLeavesNothingBehind) {
-  forAll(100, faultOfComingAndGoing, randomChip(false), randomOperations(250));
+  forAllCases(100, faultOfComingAndGoing, randomChip(false), randomOperations(250));
 }
 
 }  // namespace
