@@ -41,10 +41,12 @@ struct xpLpmPrefixEntry {
 
 /// One NHI row as the SDK hands it over: pair i is the run of `size[i]` next-hop rows that begins
 /// at `base[i]`. A chip keeps fewer pairs per row than the record has room for.
+///
+/// Packed as well: a record may stand at an odd address.
 struct xpLpmNhiEntry {
   static constexpr U32 kPairs = 10;
 
-  xpLpmNhiEntry() : base(), size() {}
+  xpLpmNhiEntry() { std::memset(static_cast<void*>(this), 0, sizeof *this); }
 
   U32 base[kPairs];
   U32 size[kPairs];
