@@ -48,7 +48,7 @@ struct FamilyOptions {
   // Longest prefix that may be requested, in address bits.
   U8 maxLength = 0;
   HeadroomOptions headroom;
-  // Refused wishes that are tried again when room has returned; see `FamilyClient`.
+  // Refused wishes that are tried again at one event at the most; see `FamilyClient`.
   U32 retriesPerEvent = 8;
 };
 
@@ -73,9 +73,8 @@ struct FamilyOptions {
 /// when the SDK refused a write: after its work is done, with all answers told to the handler.
 ///
 /// 1. The engine's `request` and what it has installed agree; a refused wish never stands there.
-/// The
-///    exception is a route whose group the next-hop table has moved when there was no NHI room to
-///    follow.
+///    Only a route whose group the table moved while there was no NHI room, which the client does
+///    not let happen, stands at the new place and on the list of refused.
 /// 2. Each installed route and each refused wish for one holds its group once.
 /// 3. The prefix objects of the configuration are those of the installed routes, so that the memory
 ///    of a withdrawn route returns.

@@ -22,6 +22,21 @@ std::pair<U32, U32> rowOf(const Tarnlet::LpmSm& sm, const LpmPrefix::Ptr& prefix
   return {subTrie.table()->tableId().value(), subTrie.index().value()};
 }
 
+/// The prefixes, those of one row together.
+std::vector<LpmPrefix::Ptr> byRow(const Tarnlet::LpmSm& sm,
+                                  const std::vector<LpmPrefix::Ptr>& prefixes) {
+  std::vector<std::pair<std::pair<U32, U32>, std::size_t>> order;
+  for (std::size_t i = 0; i < prefixes.size(); ++i) {
+    order.emplace_back(rowOf(sm, prefixes[i]), i);
+  }
+  std::sort(order.begin(), order.end());
+  std::vector<LpmPrefix::Ptr> result;
+  for (const auto& [row, i] : order) {
+    result.push_back(prefixes[i]);
+  }
+  return result;
+}
+
 }  // namespace
 
 std::vector<std::vector<LpmPrefix::Ptr>> FamilyClient::routesOf(
@@ -38,9 +53,7 @@ std::vector<std::vector<LpmPrefix::Ptr>> FamilyClient::routesOf(
     }
   }
   for (std::vector<LpmPrefix::Ptr>& ofOne : routes) {
-    std::stable_sort(ofOne.begin(), ofOne.end(), [this](const auto& a, const auto& b) {
-      return rowOf(*sm_, a) < rowOf(*sm_, b);
-    });
+    ofOne = byRow(*sm_, ofOne);
   }
   return routes;
 }

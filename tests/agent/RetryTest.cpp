@@ -137,6 +137,24 @@ TEST_F(Retry, eachWaitingRouteGetsItsTurn) {
   EXPECT_EQ(ipv4().refused().size(), 3U);
 }
 
+TEST_F(Retry, eachReasonGetsItsTurn) {
+  ClientOptions options = tinyOptions();
+  options.retriesPerEvent = 1;
+  ChipClient& chip = start(shortAndLong(), options);
+  int full = 2;
+  while (chip.route(std::to_string(full) + ".0.0.0/7", {1}) == "placed") {
+    full += 2;
+  }
+  chip.route("10.0.0.0/16", {1}, 4);
+  chip.route("10.0.0.0/16", {1}, 5);
+  EXPECT_EQ(ipv4().refused().count(RefusalReason::rowFull), 1U) << "and no leaf comes free";
+  EXPECT_EQ(ipv4().refused().count(RefusalReason::noRow), 1U);
+  chip.withdraw("10.0.0.0/16", 4);
+  chip.route("10.0.0.0/16", {1}, 4);
+  chip.withdraw("10.0.0.0/16", 4);
+  EXPECT_EQ(chip.lookup("10.0.0.0", 5), "vrf 5 10.0.0.0/16 to 1");
+}
+
 TEST_F(Retry, aRouteWithoutARowWaitsForOneToBeEmptied) {
   ClientOptions options = tinyOptions();
   options.retriesPerEvent = 1;
