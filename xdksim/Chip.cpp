@@ -19,14 +19,16 @@ ChipProfile checked(ChipProfile profile) {
   return profile;
 }
 
-std::string prefixRowName(Family family, U32 table, U32 row) {
-  return familyName(family) + std::string(" prefix table ") + std::to_string(table) + " row " +
-         std::to_string(row) + ": ";
+RowPlace prefixPlace(Family family, U32 table, U32 row) {
+  return {.kind = RowKind::prefix, .family = family, .table = table, .row = row};
 }
 
-std::string nhiRowName(Family family, U32 tile, U32 row) {
-  return familyName(family) + std::string(" NHI tile ") + std::to_string(tile) + " row " +
-         std::to_string(row) + ": ";
+RowPlace nhiPlace(Family family, U32 tile, U32 row) {
+  return {.kind = RowKind::nhi, .family = family, .table = tile, .row = row};
+}
+
+RowPlace nextHopPlace(U32 row) {
+  return {.kind = RowKind::nextHop, .family = Family::ipv4, .table = 0, .row = row};
 }
 
 std::string below(const char* what, std::size_t limit) {
@@ -45,6 +47,14 @@ Chip::Chip(ChipProfile profile)
       memory_(profile_),
       ipv4_(bankOf(Family::ipv4)),
       ipv6_(bankOf(Family::ipv6)) {}
+
+Chip::Chip(ChipImage image)
+    : profile_(image.profile()),
+      memory_(std::move(image)),
+      ipv4_(bankOf(Family::ipv4)),
+      ipv6_(bankOf(Family::ipv6)) {
+  memoryChanged();
+}
 
 Chip::Bank Chip::bankOf(Family family) {
   const FamilyProfile& profile = profile_.family(family);
@@ -123,27 +133,35 @@ void Chip::memoryChanged() {
   }
 }
 
-XP_STATUS Chip::refuse(XP_STATUS status, std::string text) {
+void Chip::memoryChanged(const RowPlace& place) {
+  if (place.kind == RowKind::prefix) {
+    bank(place.family).tables[place.table].rowChanged(place.row);
+  }
+}
+
+XP_STATUS Chip::refuse(XP_STATUS status, const RowPlace& place, const std::string& text) {
   ++counters_.refusedWrites;
-  lastError_ = std::move(text);
+  lastError_ = toText(place) + ": " + text;
   return status;
 }
 
 XP_STATUS Chip::writePrefixRow(Family family, U32 table, U32 row, const xpLpmPrefixEntry& entry) {
+  const RowPlace place = prefixPlace(family, table, row);
   std::vector<Table>& tables = bank(family).tables;
   if (table >= tables.size()) {
-    return refuse(XP_ERR_OUT_OF_RANGE,
-                  prefixRowName(family, table, row) + below("table", tables.size()));
+    return refuse(XP_ERR_OUT_OF_RANGE, place, below("table", tables.size()));
   }
   Table& here = tables[table];
   if (row >= here.rows) {
-    return refuse(XP_ERR_OUT_OF_RANGE, prefixRowName(family, table, row) + below("row", here.rows));
+    return refuse(XP_ERR_OUT_OF_RANGE, place, below("row", here.rows));
   }
-  U64* words = here.words + std::size_t{row} * (here.width / 64);
+  std::array<U64, ChipLayout::kMaxRowWords> packed;
   std::string error;
-  if (packPrefixRow(entry, here.width, words, error) != XP_NO_ERR) {
-    return refuse(XP_ERR_FIELD_TOO_WIDE, prefixRowName(family, table, row) + error);
+  if (packPrefixRow(entry, here.width, packed.data(), error) != XP_NO_ERR) {
+    return refuse(XP_ERR_FIELD_TOO_WIDE, place, error);
   }
+  const U32 count = here.width / 64;
+  memory_.rowIs(here.words + std::size_t{row} * count, {packed.data(), count});
   here.rowChanged(row);
   ++counters_.prefixWrites;
   if (!here.isOccupied(row)) {
@@ -162,19 +180,20 @@ XP_STATUS Chip::readPrefixRow(Family family, U32 table, U32 row, xpLpmPrefixEntr
 }
 
 XP_STATUS Chip::writeNhiRow(Family family, U32 tile, U32 row, const xpLpmNhiEntry& entry) {
+  const RowPlace place = nhiPlace(family, tile, row);
   Bank& here = bank(family);
   if (tile >= here.tiles) {
-    return refuse(XP_ERR_OUT_OF_RANGE, nhiRowName(family, tile, row) + below("tile", here.tiles));
+    return refuse(XP_ERR_OUT_OF_RANGE, place, below("tile", here.tiles));
   }
   if (row >= here.entriesPerTile) {
-    return refuse(XP_ERR_OUT_OF_RANGE,
-                  nhiRowName(family, tile, row) + below("row", here.entriesPerTile));
+    return refuse(XP_ERR_OUT_OF_RANGE, place, below("row", here.entriesPerTile));
   }
-  U64* words = here.nhiTiles[tile] + std::size_t{row} * ChipMemory::kNhiRowWords;
+  std::array<U64, ChipLayout::kNhiRowWords> packed;
   std::string error;
-  if (here.nhiLayout.pack(entry, words, error) != XP_NO_ERR) {
-    return refuse(XP_ERR_FIELD_TOO_WIDE, nhiRowName(family, tile, row) + error);
+  if (here.nhiLayout.pack(entry, packed.data(), error) != XP_NO_ERR) {
+    return refuse(XP_ERR_FIELD_TOO_WIDE, place, error);
   }
+  memory_.rowIs(here.nhiTiles[tile] + std::size_t{row} * packed.size(), packed);
   ++counters_.nhiWrites;
   return XP_NO_ERR;
 }
@@ -189,24 +208,23 @@ XP_STATUS Chip::readNhiRow(Family family, U32 tile, U32 row, xpLpmNhiEntry& entr
 }
 
 XP_STATUS Chip::writeNextHopRow(U32 row, const xpNextHopEntry& entry) {
-  const std::string name = "next-hop row " + std::to_string(row) + ": ";
+  const RowPlace place = nextHopPlace(row);
   if (row >= profile_.nextHopRows) {
-    return refuse(XP_ERR_OUT_OF_RANGE, name + below("row", profile_.nextHopRows));
+    return refuse(XP_ERR_OUT_OF_RANGE, place, below("row", profile_.nextHopRows));
   }
   if (entry.valid > lowBits(kValidField.count)) {
-    return refuse(XP_ERR_FIELD_TOO_WIDE,
-                  name + "valid " + std::to_string(entry.valid) + ", expected 0 or 1");
+    return refuse(XP_ERR_FIELD_TOO_WIDE, place,
+                  "valid " + std::to_string(entry.valid) + ", expected 0 or 1");
   }
   if (entry.way > lowBits(kWayField.count)) {
-    return refuse(XP_ERR_FIELD_TOO_WIDE, name + "way " + std::to_string(entry.way) +
-                                             ", expected at most " +
-                                             std::to_string(lowBits(kWayField.count)));
+    return refuse(XP_ERR_FIELD_TOO_WIDE, place,
+                  "way " + std::to_string(entry.way) + ", expected at most " +
+                      std::to_string(lowBits(kWayField.count)));
   }
-  U64* words = memory_.nextHopTable() + std::size_t{row} * ChipMemory::kNextHopRowWords;
-  words[0] = entry.nextHopId;
-  words[1] = 0;
-  rowBitsIs(words, kValidField.first, kValidField.count, entry.valid);
-  rowBitsIs(words, kWayField.first, kWayField.count, entry.way);
+  std::array<U64, ChipLayout::kNextHopRowWords> packed = {entry.nextHopId, 0};
+  rowBitsIs(packed.data(), kValidField.first, kValidField.count, entry.valid);
+  rowBitsIs(packed.data(), kWayField.first, kWayField.count, entry.way);
+  memory_.rowIs(memory_.nextHopTable() + std::size_t{row} * packed.size(), packed);
   ++counters_.nextHopWrites;
   return XP_NO_ERR;
 }
@@ -215,7 +233,7 @@ XP_STATUS Chip::readNextHopRow(U32 row, xpNextHopEntry& entry) const {
   if (row >= profile_.nextHopRows) {
     return XP_ERR_NOTHING_TO_READ;
   }
-  const U64* words = memory_.nextHopTable() + std::size_t{row} * ChipMemory::kNextHopRowWords;
+  const U64* words = memory_.nextHopTable() + std::size_t{row} * ChipLayout::kNextHopRowWords;
   entry.nextHopId = words[0];
   entry.valid = static_cast<U32>(rowBits(words, kValidField.first, kValidField.count));
   entry.way = static_cast<U32>(rowBits(words, kWayField.first, kWayField.count));

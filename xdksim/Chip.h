@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "framework/Xdk/Xdk.h"
+#include "xdksim/ChipImage.h"
 #include "xdksim/ChipMemory.h"
 #include "xdksim/ChipProfile.h"
 #include "xdksim/CrcTables.h"
@@ -16,7 +17,7 @@
 
 namespace XdkSim {
 
-/// What was written to a chip since it was made.
+/// What was written to a chip since it was made or its image was opened.
 struct ChipCounters {
   U64 prefixWrites = 0;
   // Prefix writes that left the row empty; they count as writes too.
@@ -37,15 +38,17 @@ struct ChipCounters {
 /// 1. A write is done wholly or not at all: a record with a field that does not fit is refused, and
 ///    `lastError` tells which.
 /// 2. The words of `ChipMemory` hold everything that a look-up or a read depends on. The rest, such
-/// as
-///    which rows are occupied, is derived from them.
+///    as which rows are occupied, is derived from them.
 /// 3. Reading a row gives exactly the record that was written to it last; a row never written reads
-/// as
-///    an all-zero record.
+///    as an all-zero record.
+/// 4. A chip on a `ChipImage` outlives the process: 1 and 3 hold across a kill -9 as well.
 class XDK_API Chip {
  public:
   /// Raises `ProfileError` for a profile that its `check` refuses.
   explicit Chip(ChipProfile profile);
+
+  /// The chip of that image, with all rows as they were left.
+  explicit Chip(ChipImage image);
 
   Chip(const Chip&) = delete;
   Chip& operator=(const Chip&) = delete;
@@ -83,8 +86,15 @@ class XDK_API Chip {
   /// tables `memoryChanged` must be called before the next operation.
   ChipMemory& memory() { return memory_; }
 
+  const ChipMemory& memory() const { return memory_; }
+
   /// Derives anew what is derived from the memory.
   void memoryChanged();
+
+  /// The same for one row.
+  ///
+  /// REQUIRES: the row exists.
+  void memoryChanged(const RowPlace& place);
 
   /// Where the hardware sends a packet to `address` (4 or 16 bytes in network order) in `vrf`: the
   /// longest prefix over all tables, and of equally long ones the one in the table of lowest
@@ -132,7 +142,7 @@ class XDK_API Chip {
     std::vector<U64*> nhiTiles;
 
     const U64* nhiRow(U32 tile, U32 row) const {
-      return nhiTiles[tile] + std::size_t{row} * ChipMemory::kNhiRowWords;
+      return nhiTiles[tile] + std::size_t{row} * ChipLayout::kNhiRowWords;
     }
 
     bool matches(const PrefixRow& row, const LpmKey& key) const;
@@ -148,7 +158,7 @@ class XDK_API Chip {
 
   Bank& bank(Family family) { return family == Family::ipv4 ? ipv4_ : ipv6_; }
 
-  XP_STATUS refuse(XP_STATUS status, std::string text);
+  XP_STATUS refuse(XP_STATUS status, const RowPlace& place, const std::string& text);
 
   ChipProfile profile_;
   ChipMemory memory_;

@@ -1,30 +1,20 @@
 #include "xdksim/ChipMemory.h"
 
 #include <new>
+#include <utility>
 
 namespace XdkSim {
 
-ChipMemory::ChipMemory(const ChipProfile& profile) {
-  ipv4_ = placeFamily(profile.ipv4);
-  ipv6_ = placeFamily(profile.ipv6);
-  nextHopTable_ = size_;
-  size_ += std::size_t{profile.nextHopRows} * kNextHopRowWords;
-  words_.reset(static_cast<U64*>(std::calloc(size_, sizeof(U64))));
+ChipMemory::ChipMemory(const ChipProfile& profile)
+    : layout_(profile),
+      own_(static_cast<U64*>(std::calloc(layout_.words(), sizeof(U64)))),
+      words_(own_.get()) {
   if (words_ == nullptr) {
     throw std::bad_alloc();
   }
 }
 
-ChipMemory::FamilyPlace ChipMemory::placeFamily(const FamilyProfile& family) {
-  FamilyPlace place;
-  for (const PrefixTableProfile& table : family.tables) {
-    place.prefixTables.push_back(size_);
-    size_ += std::size_t{table.rows} * (table.sramWidth / 64);
-  }
-  place.nhi = size_;
-  place.tileWords = std::size_t{family.nhi.entriesPerTile} * kNhiRowWords;
-  size_ += place.tileWords * family.nhi.tiles();
-  return place;
-}
+ChipMemory::ChipMemory(ChipImage image)
+    : layout_(image.profile()), image_(std::move(image)), words_(image_->words().data()) {}
 
 }  // namespace XdkSim

@@ -1,68 +1,77 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <span>
-#include <vector>
 
 #include "framework/Xdk/XpExport.h"
-#include "xdksim/ChipProfile.h"
+#include "xdksim/ChipImage.h"
+#include "xdksim/ChipLayout.h"
 
 namespace XdkSim {
 
-/// The memories of a chip, as one run of 64-bit words: the prefix rows of both families table by
-/// table, the NHI rows of both families tile by tile, the next-hop rows. All zero at first.
+/// The memories of a chip, as one run of 64-bit words in the order of `ChipLayout`. They live in
+/// this process and are all zero at first, or in a `ChipImage` and are what the image holds.
 ///
 /// The words are the whole state of the chip: whatever else a chip keeps is derived from them.
-/// Where each row lies follows from the profile alone.
 class XDK_API ChipMemory {
  public:
-  static constexpr U32 kNhiRowWords = 2;
-  static constexpr U32 kNextHopRowWords = 2;
-
   /// REQUIRES: `profile` passed its checks.
   explicit ChipMemory(const ChipProfile& profile);
+  explicit ChipMemory(ChipImage image);
 
-  std::span<U64> words() { return {words_.get(), size_}; }
+  const ChipLayout& layout() const { return layout_; }
 
-  /// First word of row 0 of a prefix table; the rows follow one another.
-  U64* prefixTable(Family family, U32 table) {
-    return words_.get() + place(family).prefixTables[table];
+  std::span<U64> words() { return {words_, layout_.words()}; }
+
+  std::span<const U64> words() const { return {words_, layout_.words()}; }
+
+  /// First word of row 0 of a prefix table.
+  U64* prefixTable(Family family, U32 table) { return words_ + layout_.prefixTable(family, table); }
+
+  /// First word of row 0 of an NHI tile.
+  U64* nhiTile(Family family, U32 tile) { return words_ + layout_.nhiTile(family, tile); }
+
+  /// First word of row 0 of the next-hop table.
+  U64* nextHopTable() { return words_ + layout_.nextHopTable(); }
+
+  const U64* nextHopTable() const { return words_ + layout_.nextHopTable(); }
+
+  /// REQUIRES: `layout().has(place)`.
+  std::span<U64> row(const RowPlace& place) {
+    const WordRun run = layout_.wordsOf(place);
+    return words().subspan(run.first, run.count);
   }
 
-  /// First word of row 0 of an NHI tile; the rows follow one another.
-  U64* nhiTile(Family family, U32 tile) {
-    const FamilyPlace& here = place(family);
-    return words_.get() + here.nhi + here.tileWords * tile;
+  std::span<const U64> row(const RowPlace& place) const {
+    const WordRun run = layout_.wordsOf(place);
+    return words().subspan(run.first, run.count);
   }
 
-  /// First word of row 0 of the next-hop table; the rows follow one another.
-  U64* nextHopTable() { return words_.get() + nextHopTable_; }
-
-  const U64* nextHopTable() const { return words_.get() + nextHopTable_; }
+  /// Stores `content` in the row that begins at `first`. In an image it is stored wholly or not at
+  /// all, whatever ends this process; words that are changed in any other way are not.
+  ///
+  /// REQUIRES: `first` points into `words()`, where a row of as many words begins.
+  void rowIs(U64* first, std::span<const U64> content) {
+    if (image_) {
+      image_->rowIs(static_cast<std::size_t>(first - words_), content);
+    } else {
+      std::copy(content.begin(), content.end(), first);
+    }
+  }
 
  private:
   struct Free {
     void operator()(U64* words) const { std::free(words); }
   };
 
-  /// Where a family's memories begin, in words.
-  struct FamilyPlace {
-    std::vector<std::size_t> prefixTables;
-    std::size_t nhi = 0;
-    std::size_t tileWords = 0;
-  };
-
-  const FamilyPlace& place(Family family) const { return family == Family::ipv4 ? ipv4_ : ipv6_; }
-
-  FamilyPlace placeFamily(const FamilyProfile& family);
-
-  std::size_t size_ = 0;
-  FamilyPlace ipv4_;
-  FamilyPlace ipv6_;
-  std::size_t nextHopTable_ = 0;
+  ChipLayout layout_;
+  std::optional<ChipImage> image_;
   // From calloc: the pages of rows that are never written are never touched.
-  std::unique_ptr<U64[], Free> words_;
+  std::unique_ptr<U64[], Free> own_;
+  U64* words_;
 };
 
 }  // namespace XdkSim

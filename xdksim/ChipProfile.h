@@ -91,6 +91,14 @@ struct XDK_API ChipProfile {
 /// `ProfileError` on anything that is not exactly a profile, unknown fields included.
 XDK_API ChipProfile parseProfile(std::string_view text, const std::string& source);
 
+/// `profile` as JSON text; `parseProfile` gives it back.
+XDK_API std::string profileText(const ChipProfile& profile);
+
+/// "" for profiles that describe chips of the same shape, else the first field that differs:
+/// "FIELD: value of `one`, expected value of `other`". Name and description are no part of the
+/// shape.
+XDK_API std::string shapeDifference(const ChipProfile& one, const ChipProfile& other);
+
 /// The profile in the file at `path`. Raises `ProfileError`.
 XDK_API ChipProfile readProfile(const std::string& path);
 

@@ -16,7 +16,7 @@ void setBranch(xpLpmPrefixEntry& entry, const LpmKey& key, U32 branchLen) {
 
 LpmKey branchOf(const xpLpmPrefixEntry& entry) {
   LpmKey key;
-  U32 left = std::min<U32>(entry.branchLen, LpmKey::kBits);
+  U32 left = std::min(U32{entry.branchLen}, LpmKey::kBits);
   for (U32 i = 0; left != 0; ++i) {
     const U32 count = std::min(left, 8U);
     left -= count;

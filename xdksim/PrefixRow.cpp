@@ -125,11 +125,13 @@ XP_STATUS packPrefixRow(const xpLpmPrefixEntry& entry, U32 width, U64* words, st
     const U32 count = std::min(entry.branchLen - done, 64U);
     rowBitsIs(packed.data(), kHeaderBits + done, count, branch[done / 64]);
   }
+  // A copy: the record may stand at an odd address, and `min` takes references.
+  const U32 stride = entry.stride;
+  const U32 lowWidth = std::min(stride, 64U);
   for (U32 slot = 0; slot < slots; ++slot) {
-    const U32 first = kHeaderBits + entry.branchLen + slot * entry.stride;
-    const U32 lowWidth = std::min<U32>(entry.stride, 64);
+    const U32 first = kHeaderBits + entry.branchLen + slot * stride;
     rowBitsIs(packed.data(), first, lowWidth, entry.leafVal[slot]);
-    rowBitsIs(packed.data(), first + lowWidth, entry.stride - lowWidth, entry.leafValHigh[slot]);
+    rowBitsIs(packed.data(), first + lowWidth, stride - lowWidth, entry.leafValHigh[slot]);
   }
   std::memcpy(words, packed.data(), width / 8);
   return XP_NO_ERR;
