@@ -33,48 +33,89 @@ ExpectedRoutes::NextHopsId ExpectedRoutes::idOf(std::span<const U64> nextHops) {
   return place->second;
 }
 
-void ExpectedRoutes::wishIs(const RouteKey& key, std::optional<NextHopsId> wish) {
-  ReferenceTrie& trie = tries_[key.vrf];
-  const std::optional<Value> present = trie.find(key.prefix);
-  if (present && (*present & kPending) != 0) {
-    pending_[*present & ~kPending].wish = wish;
-    return;
-  }
-  if (!present && !wish) {
-    return;
-  }
+ExpectedRoutes::Pending* ExpectedRoutes::find(const RouteKey& key) {
+  const std::optional<Value> present = tries_[key.vrf].find(key.prefix);
+  return present && (*present & kPending) != 0 ? &pending_[*present & ~kPending] : nullptr;
+}
+
+ExpectedRoutes::Pending& ExpectedRoutes::make(const RouteKey& key) {
   if (freePending_.empty()) {
     freePending_.push_back(static_cast<Value>(pending_.size()));
     pending_.emplace_back();
   }
   const Value place = freePending_.back();
   freePending_.pop_back();
-  pending_[place] = {.now = present, .wish = wish};
+  ReferenceTrie& trie = tries_[key.vrf];
+  pending_[place] = {.now = trie.find(key.prefix), .change = {}, .isWished = false, .wish = {}};
   trie.insert(key.prefix, kPending | place);
+  return pending_[place];
 }
 
-void ExpectedRoutes::wishHolds(const RouteKey& key) { settle(key, /*asWished=*/true); }
+void ExpectedRoutes::wishIs(const RouteKey& key, std::optional<NextHopsId> wish) {
+  Pending* pending = find(key);
+  if (pending == nullptr) {
+    if (!wish && !tries_[key.vrf].find(key.prefix)) {
+      return;
+    }
+    pending = &make(key);
+  }
+  pending->isWished = true;
+  pending->wish = wish;
+}
 
-void ExpectedRoutes::wishIsDropped(const RouteKey& key) { settle(key, /*asWished=*/false); }
+void ExpectedRoutes::wishHolds(const RouteKey& key) {
+  Pending* pending = find(key);
+  if (pending != nullptr && pending->isWished) {
+    // It has left the group that changes.
+    *pending = {.now = pending->wish, .change = {}, .isWished = false, .wish = {}};
+    settle(key);
+  }
+}
 
-void ExpectedRoutes::settle(const RouteKey& key, bool asWished) {
-  ReferenceTrie& trie = tries_[key.vrf];
-  const std::optional<Value> present = trie.find(key.prefix);
-  if (!present || (*present & kPending) == 0) {
+void ExpectedRoutes::wishIsDropped(const RouteKey& key) {
+  if (Pending* pending = find(key)) {
+    pending->isWished = false;
+    settle(key);
+  }
+}
+
+void ExpectedRoutes::changeIs(const RouteKey& key, NextHopsId nextHops) {
+  Pending* pending = find(key);
+  (pending == nullptr ? make(key) : *pending).change = nextHops;
+}
+
+void ExpectedRoutes::changeHolds(const RouteKey& key) {
+  Pending* pending = find(key);
+  if (pending != nullptr && pending->change) {
+    pending->now = std::exchange(pending->change, {});
+    settle(key);
+  }
+}
+
+void ExpectedRoutes::changeIsDropped(const RouteKey& key) {
+  if (Pending* pending = find(key)) {
+    pending->change.reset();
+    settle(key);
+  }
+}
+
+/// Gives back the place of a route that nothing is under way for.
+void ExpectedRoutes::settle(const RouteKey& key) {
+  const Pending* pending = find(key);
+  if (pending->isWished || pending->change) {
     return;
   }
-  const Value place = *present & ~kPending;
-  const std::optional<NextHopsId> settled = asWished ? pending_[place].wish : pending_[place].now;
-  freePending_.push_back(place);
-  if (settled) {
-    trie.insert(key.prefix, *settled);
+  freePending_.push_back(static_cast<Value>(pending - pending_.data()));
+  if (pending->now) {
+    tries_[key.vrf].insert(key.prefix, *pending->now);
   } else {
-    trie.erase(key.prefix);
+    tries_[key.vrf].erase(key.prefix);
   }
 }
 
 const ExpectedRoutes::Answers& ExpectedRoutes::answersAt(const VrfAddress& address) const {
   answers_.matches.clear();
+  answers_.changes.clear();
   answers_.none = true;
   const auto trie = tries_.find(address.vrf);
   if (trie == tries_.end()) {
@@ -93,12 +134,18 @@ const ExpectedRoutes::Answers& ExpectedRoutes::answersAt(const VrfAddress& addre
       return answers_;
     }
     const Pending& pending = pending_[match.value & ~kPending];
-    for (const std::optional<NextHopsId>& list : {pending.now, pending.wish}) {
+    const std::optional<NextHopsId> wish = pending.isWished ? pending.wish : std::nullopt;
+    for (const std::optional<NextHopsId>& list : {pending.now, pending.change, wish}) {
       if (list) {
         answers_.matches.push_back({.length = match.length, .value = *list});
       }
     }
-    if (pending.now && pending.wish) {
+    if (pending.now && pending.change) {
+      answers_.changes.push_back(
+          {.length = match.length, .before = *pending.now, .after = *pending.change});
+    }
+    const bool isWishedAway = pending.isWished && !pending.wish;
+    if (pending.now && !isWishedAway) {
       answers_.none = false;
       return answers_;
     }

@@ -41,6 +41,8 @@ struct HitlessCounts {
   // Look-ups made after the writes and at the ends of requests.
   U64 lookups = 0;
   U64 wrong = 0;
+  // Right ones that found some ways of a group as they were before its change and some as after.
+  U64 mixed = 0;
   // Wrong look-ups that a window excuses.
   std::array<U64, kWindows.size()> excused{};
 
@@ -57,7 +59,9 @@ struct HitlessCounts {
 ///
 /// Order of calls: give `manager` to the client; around each request `wishIs` and `settled`, then
 /// `requestEnds`. Routes that a request changes on the side, such as wishes that are tried again,
-/// must have their wish standing.
+/// must have their wish standing; a group that a request needs is made before its `wishIs`, since
+/// that may bring what was wished for the same route before. Around a change of a group's next hops
+/// `groupChangeIs` and `followed`, then `requestEnds`.
 ///
 /// 1. What a write leaves as it was is not looked up again: the chip's answers follow from its
 ///    memories alone.
@@ -88,6 +92,17 @@ class HitlessCheck final : private WriteWatcher {
   /// The request is answered: the route is as it was wished for, or as it was before. Not called
   /// for a wish that waits for better times.
   void settled(const RouteKey& key, bool asWished);
+
+  /// A group is given other next hops: the routes that lead there may lead to either list from now
+  /// on and, while rows are rewritten, find some ways of the one and some of the other: whichever
+  /// way a packet takes, it goes where somebody wanted it.
+  ///
+  /// REQUIRES: `routes` are all that lead to the group, and each stands. Wishes for the group have
+  /// become wishes for the new next hops, by `wishIs`.
+  void groupChangeIs(std::span<const RouteKey> routes, std::span<const U64> nextHops);
+
+  /// The change is answered: the route leads to the group's new next hops, or stayed with the old.
+  void followed(const RouteKey& key, bool toNew);
 
   /// Nothing is under way any more: all that was touched must be right now.
   void requestEnds();
@@ -149,10 +164,11 @@ class HitlessCheck final : private WriteWatcher {
                  const XdkSim::LookupResult& seen,
                  const ExpectedRoutes::Answers& expected);
   bool leadsTo(const XdkSim::LookupResult& seen, ExpectedRoutes::NextHopsId list);
-  bool isSlidGroup(const XdkSim::LookupResult& seen, ExpectedRoutes::NextHopsId list) const;
+  bool isMixed(const XdkSim::LookupResult& seen, const ExpectedRoutes::Answers& expected) const;
   void wrongNow(const VrfAddress& address, const ExpectedRoutes::Answers& expected);
   void wrongAfterAll(const OpenRow& row, const std::string& why);
   std::string expectedText(const IpAddress& address, const ExpectedRoutes::Answers& expected) const;
+  std::string listText(ExpectedRoutes::NextHopsId list) const;
   std::string requestText() const;
 
   Side& side(Family family) { return *sides_[family == Family::ipv4 ? 0 : 1]; }
@@ -163,8 +179,9 @@ class HitlessCheck final : private WriteWatcher {
   HitlessCounts counts_;
   std::vector<std::string> faults_;
   Command command_;
-  // Of the request under way, else of the last one.
+  // Of the request under way, else of the last one: the route, or what a group is given.
   std::optional<RouteKey> request_;
+  std::optional<ExpectedRoutes::NextHopsId> groupChange_;
   Addresses addresses_;
   // To be looked up once more when the request ends.
   Addresses excused_;

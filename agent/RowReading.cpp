@@ -16,6 +16,13 @@ Leaf leafIn(const xpLpmPrefixEntry& row, U32 slot) {
   return {.low = row.leafVal[slot], .high = row.leafValHigh[slot]};
 }
 
+/// Whether the next-hop row holds this way of the list.
+bool holdsWay(const XdkSim::Chip& chip, U32 row, std::span<const U64> nextHops, U32 way) {
+  xpNextHopEntry entry;
+  return way < nextHops.size() && chip.readNextHopRow(row, entry) == XP_NO_ERR &&
+         entry.valid == 1 && entry.way == way && entry.nextHopId == nextHops[way];
+}
+
 }  // namespace
 
 std::optional<RouteKey> routeIn(Family family, const xpLpmPrefixEntry& row, U32 slot) {
@@ -51,6 +58,46 @@ bool sameLeaves(const xpLpmPrefixEntry& a, const xpLpmPrefixEntry& b) {
   moved.nhiTile = b.nhiTile;
   moved.nhiOffset = b.nhiOffset;
   return std::memcmp(&moved, &b, sizeof b) == 0;
+}
+
+bool holdsList(const XdkSim::Chip& chip,
+               const XdkSim::LookupResult& seen,
+               std::span<const U64> nextHops) {
+  return holdsSomeOfEach(chip, seen, nextHops, nextHops);
+}
+
+bool holdsSomeOfEach(const XdkSim::Chip& chip,
+                     const XdkSim::LookupResult& seen,
+                     std::span<const U64> before,
+                     std::span<const U64> after) {
+  bool fits = seen.size == before.size() && seen.size == after.size();
+  for (U32 way = 0; fits && way < seen.size; ++way) {
+    fits =
+        holdsWay(chip, seen.base + way, before, way) || holdsWay(chip, seen.base + way, after, way);
+  }
+  return fits;
+}
+
+bool holdsSlidingList(const XdkSim::Chip& chip,
+                      const XdkSim::LookupResult& seen,
+                      std::span<const U64> nextHops) {
+  if (seen.size != nextHops.size()) {
+    return false;
+  }
+  for (U32 slide = 1; slide < seen.size && slide <= seen.base; ++slide) {
+    bool fits = true;
+    for (U32 way = 0; fits && way < slide; ++way) {
+      fits = holdsWay(chip, seen.base - slide + way, nextHops, way);
+    }
+    for (U32 way = 0; fits && way < seen.size; ++way) {
+      fits = holdsWay(chip, seen.base + way, nextHops, way) ||
+             holdsWay(chip, seen.base + way, nextHops, way + slide);
+    }
+    if (fits) {
+      return true;
+    }
+  }
+  return false;
 }
 
 }  // namespace Quarle::Agent

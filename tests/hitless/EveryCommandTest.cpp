@@ -17,6 +17,8 @@ using Testing::WatchedLoad;
 
 constexpr U32 kRoutes = 20'000;
 constexpr U32 kChanges = 20'000;
+// NHI entries of a family so few that its tile is compacted again and again.
+constexpr U32 kTightEntries = 56;
 
 /// Every n-th route, so that `count` are left.
 std::vector<RouteEntry> spread(const std::vector<RouteEntry>& routes, std::size_t count) {
@@ -81,7 +83,7 @@ XdkSim::ChipProfile tightChip(U32 nextHopRows) {
 }
 
 TEST(EveryCommand, ofATightTileIsHitlessButForTheWindowsOfCompactions) {
-  const Environment smallTile("NHI_TABLE_SIZE", "56");
+  const Environment smallTile("NHI_TABLE_SIZE", std::to_string(kTightEntries));
   WatchedLoad load(tightChip(1024));
   load.run(synthetic(400, 400), kChanges, 5);
   expectHitless(load);
@@ -90,11 +92,61 @@ TEST(EveryCommand, ofATightTileIsHitlessButForTheWindowsOfCompactions) {
   EXPECT_EQ(load.check.counts().excusedBy(Window::slidGroup), 0U);
 }
 
+class SeveralTiles : public ::testing::TestWithParam<U32> {};
+
+TEST_P(SeveralTiles, thatAreTightAreHitlessButForTheWindowsOfCompactions) {
+  const U32 tiles = GetParam();
+  const Environment smallTiles("NHI_TABLE_SIZE", std::to_string(kTightEntries / tiles));
+  XdkSim::ChipProfile profile = tightChip(1024);
+  profile.ipv4.nhi.tilesIs(tiles);
+  profile.ipv6.nhi.tilesIs(tiles);
+  WatchedLoad load(profile);
+  load.run(synthetic(400, 400), kChanges, tiles);
+  expectHitless(load);
+  EXPECT_GT(moves(load), 0U);
+  EXPECT_GT(load.check.counts().excusedBy(Window::slidBlock), 0U);
+  EXPECT_EQ(load.check.counts().excusedBy(Window::slidGroup), 0U);
+  for (const auto& tile : load.client.family(Family::ipv4).engine().nhiAllocatorCollection()) {
+    EXPECT_LT(tile.value->freeEntries(), tile.value->entriesCapacity()) << "a tile is idle";
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Tiles, SeveralTiles, ::testing::Values(2, 3, 4));
+
 TEST(EveryCommand, whileGroupsComeGoAndMoveIsHitlessButForTheirWindow) {
   WatchedLoad load(tightChip(200));
   load.lists = 400;
   load.run(synthetic(60, 60), 5'000, 9);
   expectHitless(load);
+  EXPECT_GT(load.client.groups().statistics().shuffles, 0U);
+}
+
+TEST(EveryCommand, whileGroupsGetOtherNextHopsIsHitless) {
+  WatchedLoad load(XdkSim::findProfile("internet"));
+  load.changingGroups = 20;
+  load.run(synthetic(400, 400), 5'000, 11);
+  expectHitless(load);
+  EXPECT_GT(load.check.counts().mixed, 0U);
+  EXPECT_EQ(load.check.counts().allExcused(), 0U) << "nothing is excused without a compaction";
+}
+
+TEST(EveryCommand, whileGroupsGetOtherNextHopsInATightTileIsHitlessButForTheWindows) {
+  const Environment smallTile("NHI_TABLE_SIZE", std::to_string(kTightEntries));
+  WatchedLoad load(tightChip(1024));
+  load.changingGroups = 20;
+  load.run(synthetic(400, 400), 10'000, 13);
+  expectHitless(load);
+  EXPECT_GT(load.check.counts().mixed, 0U);
+  EXPECT_GT(moves(load), 0U);
+}
+
+TEST(EveryCommand, whileGroupsGetOtherNextHopsAndMoveIsHitlessButForTheWindows) {
+  WatchedLoad load(tightChip(200));
+  load.lists = 400;
+  load.changingGroups = 20;
+  load.run(synthetic(60, 60), 5'000, 15);
+  expectHitless(load);
+  EXPECT_GT(load.check.counts().mixed, 0U);
   EXPECT_GT(load.client.groups().statistics().shuffles, 0U);
 }
 
