@@ -301,7 +301,8 @@ void LoadRun::makeChanges() {
   runPhase("changes", [&](Table& table, std::size_t i, Agent::FamilyClient& client) {
     // Spread evenly over the walk, each at a random route.
     const std::uint64_t size = table.routes.size();
-    const std::uint64_t share = options_.changes * size / all;
+    const std::uint64_t share4 = options_.changes * table4_.routes.size() / all;
+    const std::uint64_t share = &table == &table4_ ? share4 : options_.changes - share4;
     const std::uint64_t count = (i + 1) * share / size - i * share / size;
     for (std::uint64_t done = 0; done < count; ++done) {
       change(table, changes_.below(static_cast<std::uint32_t>(size)), client);
