@@ -46,6 +46,8 @@ enum class Cause : U8 {
   retry,
   /// The route's group has other rows now, and the route follows.
   groupMove,
+  /// Nobody claimed the route by the end of a resynchronisation.
+  resync,
 };
 
 /// One answer, as the handler of a `Client` is told.

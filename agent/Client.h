@@ -1,12 +1,21 @@
 #pragma once
 
+#include <array>
+#include <filesystem>
+#include <limits>
+#include <memory>
+#include <optional>
 #include <span>
+#include <string>
+#include <vector>
 
 #include "agent/FamilyClient.h"
 #include "agent/NextHopGroups.h"
 #include "agent/NhiRoom.h"
 #include "agent/ProfileCheck.h"
 #include "agent/WriteFaults.h"
+#include "agent/restart/PreFlightReport.h"
+#include "agent/restart/WalkLpmMgr.h"
 #include "framework/Sennet/SystemStatus.h"
 #include "framework/Xdk/Xdk.h"
 
@@ -18,6 +27,29 @@ struct ChipAccess {
   // Both or neither. Without managers nothing is written: commands are made, counted and dropped.
   xpIpRouteLpmMgr* ipv4 = nullptr;
   xpIpRouteLpmMgr* ipv6 = nullptr;
+};
+
+/// How a client takes over the chip as the one before it has left it.
+struct WarmStart {
+  // Rows that cannot be taken over stay in the chip and go on answering, instead of being cleared.
+  bool keepBadRows = false;
+  // The library writes all rows once more. That is left out where pre-flight has found that nothing
+  // would change.
+  bool writesRewrites = false;
+};
+
+/// What a warm start has found and done.
+struct RestartReport {
+  // By `Family`.
+  std::array<PreFlightReport, 2> preFlight;
+  GroupRecovery groups;
+  // Why the list of groups told nothing; empty when it did.
+  std::string groupListFault;
+  // Writes that the SDK or the file system refused on the way, a line each.
+  std::vector<std::string> faults;
+  double preFlightSeconds = 0;
+  // Of groups and routes, once both families' machines stood.
+  double reclaimSeconds = 0;
 };
 
 struct ClientOptions {
@@ -33,6 +65,12 @@ struct ClientOptions {
   HeadroomOptions headroom = {};
   // Refused wishes of a family that are tried again when room has returned.
   U32 retriesPerEvent = 8;
+  // Where the groups are kept for the next warm start, by the name of the chip; nowhere when empty.
+  // See `GroupList`.
+  std::filesystem::path groupList = {};
+  std::string chipName = {};
+  // Nothing: the chip is empty.
+  std::optional<WarmStart> warmStart = {};
 };
 
 /// A client of the library for one chip: configures the library from the chip's table contexts,
@@ -43,12 +81,18 @@ struct ClientOptions {
 /// `ownGroupIs`, and `groupDel` for each of these. A group stays for as long as a route leads
 /// there, whatever its holder does. All from one thread.
 ///
+/// After a warm start the client has the routes and groups that the chip holds. A caller then tells
+/// what it still wants: `resyncBegin`, every route once more by the ordinary calls, `resyncEnd`.
+/// One that does not keeps what was there.
+///
 /// Every operation raises `ChipWriteError` when the SDK refused a write, after its work is done:
 /// what the client knows is whole, and the chip lacks the row that the text names.
 class Client {
  public:
-  /// Raises `ProfileError` when the chip cannot serve every prefix up to the lengths of `options`.
-  /// The managers outlive the client. A chip whose table contexts make no sense ends the process.
+  /// Raises `ProfileError` when the chip cannot serve every prefix up to the lengths of `options`;
+  /// for a warm start `PreFlightError` and `BadRowError`, and std::invalid_argument without
+  /// managers; for a cold one `GroupListError`. The managers outlive the client. A chip whose table
+  /// contexts make no sense ends the process.
   explicit Client(const ChipAccess& chip, const ClientOptions& options = {});
 
   Client(const Client&) = delete;
@@ -85,6 +129,29 @@ class Client {
 
   const NextHopGroups& groups() const { return groups_; }
 
+  /// All zero after a cold start.
+  const RestartReport& restartReport() const { return report_; }
+
+  /// The groups of before the restart that belonged to their maker alone, until `resyncEnd`.
+  std::vector<SwId> adoptedOwnGroups() const;
+
+  /// Holds such a group once more.
+  ///
+  /// REQUIRES: `group` is one of `adoptedOwnGroups`.
+  void ownGroupIs(SwId group) { groups_.hold(group); }
+
+  /// From now on every route that stands, and every wish for one, waits to be claimed: by a request
+  /// for it, whatever that asks.
+  void resyncBegin();
+
+  /// Withdraws up to `most` of the routes and wishes that nobody has claimed; how many are left.
+  /// With none left the resynchronisation is over, and groups of before the restart that nobody
+  /// holds end. Until then routes may still be claimed. A route that cannot be withdrawn for lack
+  /// of room is on the list of refused.
+  ///
+  /// REQUIRES: `resyncBegin` came before, and no `resyncEnd` since then has left none.
+  U64 resyncEnd(U64 most = std::numeric_limits<U64>::max());
+
   /// Tries up to `most` refused wishes of each family again; the number of those served.
   U64 retryRefused(U64 most) { return ipv4_.retryRefused(most) + ipv6_.retryRefused(most); }
 
@@ -100,6 +167,15 @@ class Client {
     TarnletNextHop::Config::Ptr nextHops;
   };
 
+  /// What a family's warm start needs, found before any machine is built.
+  struct FamilyStart {
+    std::unique_ptr<WalkLpmMgr> walk;
+    std::optional<FamilyWarmStart> options;
+  };
+
+  /// Pre-flight of both families; nothing for a cold start.
+  std::array<FamilyStart, 2> starts(const ChipAccess& chip, const ClientOptions& options);
+  void recoverGroups(const ClientOptions& options);
   NextHopGroups::Owner groupOwner();
   FamilyClient::Shared shared();
   void moveGroups(std::span<const GroupMove> moves);
@@ -108,6 +184,8 @@ class Client {
   void settle();
 
   Configs configs_;
+  RestartReport report_;
+  std::array<FamilyStart, 2> starts_;
   WriteFaults faults_;
   AnswerHandler answerHandler_;
   NextHopGroups groups_;

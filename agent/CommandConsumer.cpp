@@ -1,5 +1,6 @@
 #include "agent/CommandConsumer.h"
 
+#include <algorithm>
 #include <exception>
 #include <string>
 
@@ -43,6 +44,7 @@ CommandConsumer::~CommandConsumer() {
 
 void CommandConsumer::drain() {
   draining_ = true;
+  longestQueue_ = std::max(longestQueue_, status_.pendingCmds());
   while (const Tarnlet::CommandBase::Ptr command = status_.pendingCmdDeq()) {
     try {
       carryOut(*command);
@@ -58,13 +60,13 @@ void CommandConsumer::carryOut(const Tarnlet::CommandBase& command) {
   switch (command.cmdType()) {
     case Tarnlet::commandTypePrefix:
       ++counts_.prefix;
-      if (manager_ != nullptr) {
+      if (manager_ != nullptr && !isDropping_) {
         write(static_cast<const Tarnlet::PrefixCommand&>(command));
       }
       return;
     case Tarnlet::commandTypeNhi:
       ++counts_.nhi;
-      if (manager_ != nullptr) {
+      if (manager_ != nullptr && !isDropping_) {
         write(static_cast<const Tarnlet::NhiCommand&>(command));
       }
       return;

@@ -45,6 +45,13 @@ class CommandConsumer {
 
   const CommandCounts& counts() const { return counts_; }
 
+  /// From now on commands are counted and not written, or written again. For commands that are
+  /// known to say what the chip holds already, and for nothing else.
+  void isDroppingIs(bool isDropping) { isDropping_ = isDropping; }
+
+  /// The most commands that have stood in the queue at once.
+  U32 longestQueue() const { return longestQueue_; }
+
  private:
   /// Its way back to the consumer is uncounted and cut when the consumer ends.
   class Reactor final : public Tarnlet::Status::Notifiee {
@@ -71,6 +78,8 @@ class CommandConsumer {
   xpIpRouteLpmMgr* manager_;
   WriteFaults& faults_;
   CommandCounts counts_;
+  U32 longestQueue_ = 0;
+  bool isDropping_ = false;
   // Taking a command out notifies as well.
   bool draining_ = false;
   // Kept from command to command: the prefix record is large.

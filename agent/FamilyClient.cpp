@@ -6,6 +6,9 @@
 
 #include <utility>
 
+#include "agent/restart/RestartHelperV4.h"
+#include "agent/restart/RestartHelperV6.h"
+
 namespace Quarle::Agent {
 
 namespace {
@@ -20,16 +23,33 @@ FamilyClient::FamilyClient(const Tarnlet::ConfigV4::Ptr& config,
                            const Shared& shared,
                            xpIpRouteLpmMgr* manager,
                            const FamilyOptions& options)
-    : FamilyClient(PrefixStore(config), config, shared, manager, options) {}
+    : FamilyClient(
+          PrefixStore(config),
+          config,
+          [&config](const Tarnlet::Status::Ptr& status) -> Tarnlet::RestartHelperBase::Ptr {
+            return new RestartHelperV4(config, status);
+          },
+          shared,
+          manager,
+          options) {}
 
 FamilyClient::FamilyClient(const Tarnlet::ConfigV6::Ptr& config,
                            const Shared& shared,
                            xpIpRouteLpmMgr* manager,
                            const FamilyOptions& options)
-    : FamilyClient(PrefixStore(config), config, shared, manager, options) {}
+    : FamilyClient(
+          PrefixStore(config),
+          config,
+          [&config](const Tarnlet::Status::Ptr& status) -> Tarnlet::RestartHelperBase::Ptr {
+            return new RestartHelperV6(config, status);
+          },
+          shared,
+          manager,
+          options) {}
 
 FamilyClient::FamilyClient(PrefixStore prefixes,
                            const Tarnlet::ConfigBase::Ptr& config,
+                           const HelperMaker& helper,
                            const Shared& shared,
                            xpIpRouteLpmMgr* manager,
                            const FamilyOptions& options)
@@ -40,17 +60,21 @@ FamilyClient::FamilyClient(PrefixStore prefixes,
       groups_(shared.groups),
       options_(options),
       consumer_(prefixes_.family(), status_, config_->keyType(), manager, shared.faults),
-      sm_(Tarnlet::lpmSmFactory(config->name(), config_, status_, nullptr)),
+      sm_(startEngine(helper, manager)),
       window_(sm_),
-      room_(window_, options_.headroom) {}
+      room_(window_, options_.headroom) {
+  dropRoutesWithoutGroup();
+}
 
 Answer FamilyClient::routeIs(const RouteKey& key, SwId group) {
+  claim(key);
   const Answer result = answer(key, want(key, group));
   shared_.faults.raiseIfAny();
   return result;
 }
 
 Answer FamilyClient::routeIs(const RouteKey& key, std::span<const U64> nextHops) {
+  claim(key);
   const SwId group = groups_.hold(nextHops);
   const Request request = want(key, group);
   groups_.release(group);
@@ -60,6 +84,7 @@ Answer FamilyClient::routeIs(const RouteKey& key, std::span<const U64> nextHops)
 }
 
 Answer FamilyClient::routeDel(const RouteKey& key) {
+  claim(key);
   const Answer result = answer(key, withdraw(key));
   shared_.faults.raiseIfAny();
   return result;
@@ -68,6 +93,7 @@ Answer FamilyClient::routeDel(const RouteKey& key) {
 void FamilyClient::batch(std::span<const RouteChange> changes, std::span<Answer> answers) {
   for (std::size_t i = 0; i < changes.size(); ++i) {
     const auto& [key, group] = changes[i];
+    claim(key);
     const Answer result = answer(key, group == SwId() ? withdraw(key) : want(key, group));
     if (!answers.empty()) {
       answers[i] = result;
@@ -76,10 +102,15 @@ void FamilyClient::batch(std::span<const RouteChange> changes, std::span<Answer>
   shared_.faults.raiseIfAny();
 }
 
-bool FamilyClient::canBeServed(const RouteKey& key) const {
+/// Whether the key can be spelled; a warm start may bring in longer prefixes than may be requested.
+bool FamilyClient::isOfFamily(const RouteKey& key) const {
   const RoutePrefix& prefix = key.prefix;
-  return key.vrf <= kMaxVrf && prefix.length <= options_.maxLength &&
+  return key.vrf <= kMaxVrf && prefix.length <= addressBits(prefix.family) &&
          prefix.bits().masked(prefix.length) == prefix.bits();
+}
+
+bool FamilyClient::canBeServed(const RouteKey& key) const {
+  return key.prefix.length <= options_.maxLength && isOfFamily(key);
 }
 
 FamilyClient::Request FamilyClient::want(const RouteKey& key, SwId group) {
@@ -138,7 +169,7 @@ FamilyClient::Request FamilyClient::update(const RouteKey& key,
 }
 
 FamilyClient::Request FamilyClient::withdraw(const RouteKey& key) {
-  const LpmPrefix::Ptr prefix = canBeServed(key) ? prefixes_.find(key) : nullptr;
+  const LpmPrefix::Ptr prefix = isOfFamily(key) ? prefixes_.find(key) : nullptr;
   if (prefix == nullptr) {
     const RefusedWish* wish = refused_.find(key);
     if (wish == nullptr) {
@@ -158,6 +189,10 @@ FamilyClient::Request FamilyClient::withdraw(const RouteKey& key) {
   const U64 before = consumer_.counts().nhi;
   const SwId group = groups_.groupAt(config_->requestDel(prefix));
   const Room room = consumer_.counts().nhi == before ? Room::row : Room::leaf;
+  if (resync_ != nullptr) {
+    // The next prefix may be made where this one was.
+    resync_->marks.erase(prefix.get());
+  }
   prefixes_.forget(key);
   forgetRefusal(key);
   groups_.release(group);
@@ -223,14 +258,21 @@ bool FamilyClient::forgetRefusal(const RouteKey& key) {
 }
 
 Answer FamilyClient::answer(const RouteKey& key, const Request& request) {
+  if (resync_ != nullptr) [[unlikely]] {
+    resync_->count(request.answer, resyncCounts_);
+  }
   tell(key, request.group, request.answer, Cause::request);
+  settle(request);
+  return request.answer;
+}
+
+void FamilyClient::settle(const Request& request) {
   if (request.room != Room::none && !refused_.empty()) [[unlikely]] {
     useRoom(request.room);
   }
   if (groups_.takeRoom()) [[unlikely]] {
     shared_.rowsCameFree();
   }
-  return request.answer;
 }
 
 void FamilyClient::tell(const RouteKey& key, SwId group, const Answer& answer, Cause cause) const {
@@ -240,7 +282,7 @@ void FamilyClient::tell(const RouteKey& key, SwId group, const Answer& answer, C
 }
 
 std::optional<SwId> FamilyClient::groupOf(const RouteKey& key) const {
-  const LpmPrefix::Ptr prefix = canBeServed(key) ? prefixes_.find(key) : nullptr;
+  const LpmPrefix::Ptr prefix = isOfFamily(key) ? prefixes_.find(key) : nullptr;
   if (prefix == nullptr) {
     return std::nullopt;
   }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "agent/NhiRoom.h"
 #include "agent/PrefixStore.h"
 #include "agent/RefusedWishes.h"
+#include "agent/Resync.h"
 #include "agent/RouteKey.h"
 #include "agent/TileWindow.h"
 #include "agent/WriteFaults.h"
@@ -44,12 +46,36 @@ struct RouteChange {
   SwId group;
 };
 
+/// How a family takes over what its chip holds.
+struct FamilyWarmStart {
+  // What the walk reads through; null for the client's own manager.
+  xpIpRouteLpmMgr* walkManager = nullptr;
+  // Whether the commands of the start-up are dropped: it is known that they only rewrite what the
+  // chip holds.
+  bool dropsRewrites = false;
+};
+
+/// What a family took over, and what that cost.
+struct FamilyRecovery {
+  U64 rowsRead = 0;
+  U64 routes = 0;
+  // Prefixes that led nowhere; they are taken out.
+  U64 routesWithoutGroup = 0;
+  CommandCounts rewrites;
+  // The most commands that stood in the queue at once.
+  U32 longestQueue = 0;
+  double walkSeconds = 0;
+  double rewriteSeconds = 0;
+};
+
 struct FamilyOptions {
   // Longest prefix that may be requested, in address bits.
   U8 maxLength = 0;
   HeadroomOptions headroom;
   // Refused wishes that are tried again at one event at the most; see `FamilyClient`.
   U32 retriesPerEvent = 8;
+  // Nothing: the chip is empty.
+  std::optional<FamilyWarmStart> warmStart = {};
 };
 
 /// The routes of one address family: takes what a routing daemon wants, asks the engine for it and
@@ -84,6 +110,7 @@ struct FamilyOptions {
 ///   FamilyClient.cpp    lifetime, requests and what they answer, what may be read
 ///   FamilyRetries.cpp   retryRefused, retryGroups, which wishes an event tries again
 ///   FamilyGroups.cpp    routesOf, groupMoved
+///   FamilyRestart.cpp   the warm start, resynchronisation
 class FamilyClient {
  public:
   /// What both families and their `Client` share.
@@ -95,8 +122,13 @@ class FamilyClient {
     std::function<void()> rowsCameFree;
   };
 
+  /// A warm start takes over what the chip holds, and raises what the walk raises. Its routes hold
+  /// no group until `NextHopGroups::recover` was told of `adoptedBlocks`, and nothing may be
+  /// requested before.
+  ///
   /// REQUIRES: `config` is filled by the configurator and passed `checkProfile` for the options'
-  /// length; the things shared and `manager` outlive the object.
+  /// length; the things shared and `manager` outlive the object; for a warm start there is a
+  /// manager.
   FamilyClient(const Tarnlet::ConfigV4::Ptr& config,
                const Shared& shared,
                xpIpRouteLpmMgr* manager,
@@ -154,7 +186,27 @@ class FamilyClient {
   /// The engine, with all its NHI tiles on view.
   const Tarnlet::LpmSm& engine() const;
 
+  /// What the warm start took over; all zero after a cold one.
+  const FamilyRecovery& recovery() const { return recovery_; }
+
+  /// Of the resynchronisation under way, or else of the last one.
+  const ResyncCounts& resyncCounts() const { return resyncCounts_; }
+
   // ---- for `Client` ----
+
+  /// Where the routes lead, each block once.
+  std::vector<AdoptedBlock> adoptedBlocks() const;
+
+  /// Every route and every wish that stands now is to be claimed again.
+  void resyncBegin();
+
+  struct ResyncStep {
+    U64 withdrawn = 0;
+    U64 left = 0;
+  };
+
+  /// Withdraws up to `most` of those that nobody claimed. Nothing happens once none is left.
+  ResyncStep resyncEnd(U64 most);
 
   /// Whether there is NHI room for routes to follow their groups.
   bool canFollow() const { return room_.forGroupMove(); }
@@ -181,12 +233,21 @@ class FamilyClient {
     Room room = Room::none;
   };
 
+  /// The family's restart helper over a status.
+  using HelperMaker =
+      std::function<Tarnlet::RestartHelperBase::Ptr(const Tarnlet::Status::Ptr& status)>;
+
   FamilyClient(PrefixStore prefixes,
                const Tarnlet::ConfigBase::Ptr& config,
+               const HelperMaker& helper,
                const Shared& shared,
                xpIpRouteLpmMgr* manager,
                const FamilyOptions& options);
 
+  Tarnlet::LpmSm::Ptr startEngine(const HelperMaker& helper, xpIpRouteLpmMgr* manager);
+  void dropRoutesWithoutGroup();
+
+  bool isOfFamily(const RouteKey& key) const;
   bool canBeServed(const RouteKey& key) const;
   Request want(const RouteKey& key, SwId group);
   Request insert(const RouteKey& key, const Tarnlet::LpmPrefix::Ptr& prefix, SwId group);
@@ -207,6 +268,17 @@ class FamilyClient {
   /// Tells the answer and uses the room that the request gave back.
   Answer answer(const RouteKey& key, const Request& request);
   void tell(const RouteKey& key, SwId group, const Answer& answer, Cause cause) const;
+  /// What follows a request whose answer is told.
+  void settle(const Request& request);
+
+  /// Takes the mark off a route that is about to be requested.
+  void claim(const RouteKey& key) {
+    if (resync_ != nullptr) [[unlikely]] {
+      claimMarked(key);
+    }
+  }
+
+  void claimMarked(const RouteKey& key);
   void useRoom(Room room);
   /// Tries the first wishes of these lines in turn: up to `most`, until `mostFruitless` have
   /// failed.
@@ -224,10 +296,14 @@ class FamilyClient {
   NextHopGroups& groups_;
   const FamilyOptions options_;
   CommandConsumer consumer_;
+  FamilyRecovery recovery_;
   Tarnlet::LpmSm::Ptr sm_;
   mutable TileWindow window_;
   NhiRoom room_;
   RefusedWishes refused_;
+  // Null outside of a resynchronisation.
+  std::unique_ptr<Resync> resync_;
+  ResyncCounts resyncCounts_;
   // Where the next retry begins among its lines.
   std::size_t turn_ = 0;
 };

@@ -48,7 +48,8 @@ std::vector<std::vector<LpmPrefix::Ptr>> FamilyClient::routesOf(
   std::vector<std::vector<LpmPrefix::Ptr>> routes(moves.size());
   for (const auto& route : config_->requestCollection()) {
     const auto place = moveByBase.find(route.value.base().value());
-    if (place != moveByBase.end()) {
+    // A stranger may begin where the group does.
+    if (place != moveByBase.end() && route.value == moves[place->second].from) {
       routes[place->second].push_back(route.key);
     }
   }

@@ -18,10 +18,6 @@ using TarnletNextHop::Nway;
 
 constexpr U32 kDevice = 0;
 
-U32 firstRow(const NextHopBlock& block) { return block.base().value(); }
-
-U32 endRow(const NextHopBlock& block) { return block.base().value() + block.size().value(); }
-
 /// Rows that a pair can name, whatever group begins or ends there.
 U32 rowsNamed(const GroupLimits& limits) {
   // All ones in a pair is the chip's "no next hop".
@@ -62,7 +58,7 @@ NextHopGroups::NextHopGroups(const TarnletNextHop::Config::Ptr& config,
 SwId NextHopGroups::hold(std::span<const U64> nextHops) {
   const auto known = sharedByList_.find(nextHops);
   if (known == sharedByList_.end()) {
-    return add(nextHops, /*isShared=*/true);
+    return add(nextHops, GroupKind::shared);
   }
   const SwId id = known->second.front();
   hold(id);
@@ -70,17 +66,16 @@ SwId NextHopGroups::hold(std::span<const U64> nextHops) {
   return id;
 }
 
-SwId NextHopGroups::make(std::span<const U64> nextHops) {
-  return add(nextHops, /*isShared=*/false);
-}
+SwId NextHopGroups::make(std::span<const U64> nextHops) { return add(nextHops, GroupKind::own); }
 
-SwId NextHopGroups::add(std::span<const U64> nextHops, bool isShared) {
+SwId NextHopGroups::add(std::span<const U64> nextHops, GroupKind kind) {
+  tidyList();
   const SwId id = newId();
   Group& group = groups_[id.value()];
   group.nextHops.assign(nextHops.begin(), nextHops.end());
   group.rows = SwId(nextRows_++);
   group.holds = 1;
-  group.isShared = isShared;
+  group.kind = kind;
   link(id);
   const std::optional<RefusalReason> refusal = place(id);
   groups_[id.value()].refusal = refusal;
@@ -95,10 +90,16 @@ void NextHopGroups::release(SwId group) {
 
 void NextHopGroups::end(SwId id) {
   Group& ended = groups_[id.value()];
-  if (!ended.refusal) {
+  if (ended.kind == GroupKind::stranger) {
+    endStranger(id);
+  } else if (!ended.refusal) {
     config_->requestDel(ended.rows);
     groupAt_[firstRow(ended.block)] = SwId();
     clearRows(firstRow(ended.block), endRow(ended.block));
+    if (list_ != nullptr) {
+      const GroupList::Step step{.record = {.group = id}, .ends = true};
+      list_->change({&step, 1});
+    }
     hasRoom_ = true;
   }
   unlink(id);
@@ -118,14 +119,14 @@ SwId NextHopGroups::newId() {
 
 void NextHopGroups::link(SwId id) {
   const Group& group = groups_[id.value()];
-  if (group.isShared) {
+  if (group.kind == GroupKind::shared) {
     sharedByList_[group.nextHops].push_back(id);
   }
 }
 
 void NextHopGroups::unlink(SwId id) {
   const Group& group = groups_[id.value()];
-  if (!group.isShared) {
+  if (group.kind != GroupKind::shared) {
     return;
   }
   const auto place = sharedByList_.find(group.nextHops);
@@ -135,7 +136,7 @@ void NextHopGroups::unlink(SwId id) {
   }
 }
 
-void NextHopGroups::listIs(SwId id, std::span<const U64> nextHops) {
+void NextHopGroups::nextHopsAre(SwId id, std::span<const U64> nextHops) {
   unlink(id);
   groups_[id.value()].nextHops.assign(nextHops.begin(), nextHops.end());
   link(id);
@@ -151,8 +152,13 @@ std::optional<RefusalReason> NextHopGroups::place(SwId id) {
   if (allocator.freeEntries() < ways) {
     return RefusalReason::nextHopTableFull;
   }
-  if (!allocator.canAlloc(static_cast<U32>(ways)) && !owner_.canFollow()) {
-    return RefusalReason::headroom;
+  if (!allocator.canAlloc(static_cast<U32>(ways))) {
+    if (!strangers_.empty()) {
+      return RefusalReason::nextHopTableFull;
+    }
+    if (!owner_.canFollow()) {
+      return RefusalReason::headroom;
+    }
   }
   const SwId rows = groups_[id.value()].rows;
   config_->requestIs(rows, Nway(static_cast<U16>(ways)));
@@ -161,6 +167,9 @@ std::optional<RefusalReason> NextHopGroups::place(SwId id) {
   Group& group = groups_[id.value()];
   group.block = status_->swIdToNextHopBlock(rows);
   groupAt_[firstRow(group.block)] = id;
+  if (list_ != nullptr) {
+    keepRecord(recordOf(id));
+  }
   writeRows(group);
   return std::nullopt;
 }
@@ -179,8 +188,14 @@ std::optional<RefusalReason> NextHopGroups::change(SwId id, std::span<const U64>
   if (group.refusal || group.nextHops.size() != nextHops.size()) {
     return resize(id, nextHops);
   }
+  tidyList();
   const std::vector<U64> before = group.nextHops;
-  listIs(id, nextHops);
+  nextHopsAre(id, nextHops);
+  if (list_ != nullptr) {
+    GroupRecord record = recordOf(id);
+    record.former = before;
+    keepRecord(std::move(record));
+  }
   for (U32 way = 0; way < nextHops.size(); ++way) {
     if (before[way] != nextHops[way]) {
       writeRow(firstRow(group.block) + way, {.valid = 1, .way = way, .nextHopId = nextHops[way]});
@@ -190,13 +205,13 @@ std::optional<RefusalReason> NextHopGroups::change(SwId id, std::span<const U64>
 }
 
 std::optional<RefusalReason> NextHopGroups::resize(SwId id, std::span<const U64> nextHops) {
-  const SwId other = add(nextHops, /*isShared=*/false);
+  const SwId other = add(nextHops, GroupKind::left);
   if (const std::optional<RefusalReason> refusal = this->refusal(other)) {
     release(other);
     return refusal;
   }
   const std::vector<U64> before = groups_[id.value()].nextHops;
-  listIs(id, nextHops);
+  nextHopsAre(id, nextHops);
   Group& group = groups_[id.value()];
   Group& left = groups_[other.value()];
   left.nextHops = before;
@@ -204,6 +219,7 @@ std::optional<RefusalReason> NextHopGroups::resize(SwId id, std::span<const U64>
   std::swap(group.refusal, left.refusal);
   std::swap(group.rows, left.rows);
   groupAt_[firstRow(group.block)] = id;
+  keepBoth(id, other);
   if (!left.refusal) {
     groupAt_[firstRow(left.block)] = other;
     const GroupMove move{.group = id, .from = left.block, .to = group.block, .left = other};
@@ -238,6 +254,11 @@ void NextHopGroups::rowsAreMoved(const GroupMove& move) {
   groupAt_[firstRow(move.from)] = SwId();
   groupAt_[firstRow(move.to)] = move.group;
   group.block = move.to;
+  if (list_ != nullptr) {
+    GroupRecord record = recordOf(move.group);
+    record.from = move.from;
+    keepRecord(std::move(record));
+  }
   writeRows(group);
 }
 
@@ -245,6 +266,9 @@ void NextHopGroups::rowsAreLeft(const GroupMove& move) {
   if (move.left == SwId()) {
     // Compaction moves towards row 0, so the rows left behind are the last ones of the old place.
     clearRows(std::max(firstRow(move.from), endRow(move.to)), endRow(move.from));
+    if (list_ != nullptr) {
+      keepRecord(recordOf(move.group));
+    }
   }
 }
 
@@ -255,7 +279,8 @@ void NextHopGroups::routeIsLeft(const GroupMove& move) {
 
 NextHopStatistics NextHopGroups::statistics() const {
   const U64 capacity = sm_->allocator()->entriesCapacity();
-  return {.groups = status_->swIdToNextHopBlocks(),
+  return {.groups = status_->swIdToNextHopBlocks() - reserves_.size(),
+          .strangers = strangers_.size(),
           .rowsUsed = capacity - sm_->allocator()->freeEntries(),
           .rowCapacity = capacity,
           .shuffles = shuffles_};

@@ -66,6 +66,23 @@ inline RouteKey keyOf(const std::string& text, U32 vrf = 0) {
   return {.vrf = vrf, .prefix = prefix.value};
 }
 
+/// Where a chip sends an address: "10.0.0.0/8 to 7 8", or "none".
+inline std::string lookupIn(const XdkSim::Chip& chip, const std::string& address, U16 vrf = 0) {
+  const Parsed<IpAddress> parsed = parseAddress(address);
+  EXPECT_TRUE(parsed.ok()) << parsed.fault;
+  const XdkSim::Explanation seen =
+      chip.explain(chipFamily(parsed.value.family), vrf, parsed.value.bytes.data());
+  if (!seen.result.matched) {
+    return "none";
+  }
+  std::string text =
+      XdkSim::prefixText(seen.family, seen.key, seen.result.matchLen) + std::string(" to");
+  for (const XdkSim::NextHopExplanation& nextHop : seen.nextHops) {
+    text += nextHop.entry.valid == 0 ? " nowhere" : " " + std::to_string(nextHop.entry.nextHopId);
+  }
+  return text;
+}
+
 /// A client over a simulated chip, spoken to in texts. It remembers every answered route by itself,
 /// so that the chip can be held against what was asked and answered.
 class ChipClient {
@@ -105,19 +122,7 @@ class ChipClient {
 
   /// Where the chip sends an address: "10.0.0.0/8 to 7 8", or "none".
   std::string lookup(const std::string& address, U16 vrf = 0) const {
-    const Parsed<IpAddress> parsed = parseAddress(address);
-    EXPECT_TRUE(parsed.ok()) << parsed.fault;
-    const XdkSim::Explanation seen =
-        chip.explain(chipFamily(parsed.value.family), vrf, parsed.value.bytes.data());
-    if (!seen.result.matched) {
-      return "none";
-    }
-    std::string text =
-        XdkSim::prefixText(seen.family, seen.key, seen.result.matchLen) + std::string(" to");
-    for (const XdkSim::NextHopExplanation& nextHop : seen.nextHops) {
-      text += nextHop.entry.valid == 0 ? " nowhere" : " " + std::to_string(nextHop.entry.nextHopId);
-    }
-    return text;
+    return lookupIn(chip, address, vrf);
   }
 
   /// The routes that the answers told tell to be on the chip.
@@ -197,7 +202,7 @@ class ChipClient {
 
  private:
   void note(const RouteEvent& event) {
-    constexpr std::array kCauses = {"request", "retry", "groupMove"};
+    constexpr std::array kCauses = {"request", "retry", "groupMove", "resync"};
     events_ += kCauses[static_cast<std::size_t>(event.cause)] + std::string(" ") +
                Agent::toText(event.key) + " " + toText(event.answer) + "\n";
     switch (event.answer.outcome) {
