@@ -9,8 +9,6 @@
 
 namespace Quarle::Tarnlet {
 
-VELLOR_FWK_TYPE(XpPrefixTableConfig, "Quarle::Tarnlet::XpPrefixTableConfig");
-
 namespace {
 
 constexpr U32 kHashedBytes = 18;

@@ -13,8 +13,6 @@
 
 namespace Quarle::Tarnlet {
 
-VELLOR_FWK_TYPE(LpmSm, "Quarle::Tarnlet::LpmSm");
-
 namespace {
 
 /// Falling tread, no second key.

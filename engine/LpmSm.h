@@ -34,6 +34,8 @@ namespace Quarle::Tarnlet {
 ///   LpmSmNhiTiles.cpp    isNhiBlockAvailable ... processNhiDefrag
 ///   LpmSmWriteCmds.cpp   nhiBlockSize, generate...
 ///   LpmSmDump.cpp        dumpPrefixTables, dumpPrefixTable
+///   LpmSmSummary.cpp     showSoftwareSummary, printNhiTiles, printPrefixTables
+///   LpmSmAudit.cpp       verifyLpmRoute
 class VELLOR_API LpmSm : public Vellor::PtrInterface {
   VELLOR_OBJECT(LpmSm, Vellor::PtrInterface);
 
@@ -204,6 +206,21 @@ class VELLOR_API LpmSm : public Vellor::PtrInterface {
   /// Every sub-trie of every table, or of one, to trace level 9.
   void dumpPrefixTables() const;
   void dumpPrefixTable(const Tarnlet::PrefixTable::Ptr& prefixTable) const;
+
+  // ---- LpmSmSummary.cpp ----
+
+  // To an open descriptor, piece by piece and without a look at what becomes of it. The two lists
+  // know descriptors up to 255, and end neither a record nor the list: a comma stands behind each
+  // member and each record, and line ends and brackets are the caller's.
+  void showSoftwareSummary(U32 socket);
+  void printNhiTiles(U8 socket) const;
+  void printPrefixTables(U8 socket) const;
+
+  // ---- LpmSmAudit.cpp ----
+
+  /// Audits an installed route against everything that must agree about it. The first
+  /// disagreement is fatal. Changes nothing.
+  void verifyLpmRoute(const LpmPrefix::Ptr& lpmPrefix) const;
 
  private:
   // A prefix is hashed once for a table: these take the row that the public operations compute.

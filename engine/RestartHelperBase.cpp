@@ -17,8 +17,6 @@
 
 namespace Quarle::Tarnlet {
 
-VELLOR_FWK_TYPE(RestartHelperBase, "Quarle::Tarnlet::RestartHelperBase");
-
 namespace {
 
 constexpr U32 kTraceLevel = 5;

@@ -2,10 +2,6 @@
 
 namespace Quarle::Tarnlet {
 
-VELLOR_FWK_TYPE(CommandBase, "Quarle::Tarnlet::CommandBase");
-VELLOR_FWK_TYPE(PrefixCommand, "Quarle::Tarnlet::PrefixCommand");
-VELLOR_FWK_TYPE(NhiCommand, "Quarle::Tarnlet::NhiCommand");
-
 PrefixCommand::PrefixCommand(PrefixTableId tableId,
                              PrefixTableIdx index,
                              const SubTrieBranch& branch,

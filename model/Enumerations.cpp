@@ -22,20 +22,30 @@ constexpr const char* kRouteReturnCodes[] = {"pass",
 
 }  // namespace
 
-#define TARNLET_ENUMERATION_OPERATIONS(Type)                                          \
-  Vellor::String8 stringValue(Type value) {                                           \
-    return Vellor::enumerationText({#Type, k##Type##s}, static_cast<U32>(value));     \
-  }                                                                                   \
-  Vellor::String8 valueToStrep(Type value) { return "'" + stringValue(value) + "'"; } \
-  Type Type##Instance(U32 number) {                                                   \
-    return static_cast<Type>(Vellor::enumerationNumber({#Type, k##Type##s}, number)); \
-  }                                                                                   \
-  Type Type##Instance(const Vellor::String8& text) {                                  \
-    return static_cast<Type>(Vellor::enumerationNumber({#Type, k##Type##s}, text));   \
-  }                                                                                   \
-  std::ostream& operator<<(std::ostream& stream, Type value) {                        \
-    return stream << stringValue(value);                                              \
-  }                                                                                   \
+#define TARNLET_ENUMERATION_OPERATIONS(Type)                                              \
+  Vellor::String8 stringValue(Type value) {                                               \
+    return Vellor::enumerationText({#Type, k##Type##s}, static_cast<U32>(value));         \
+  }                                                                                       \
+  Vellor::String8 valueToStrep(Type value) { return "'" + stringValue(value) + "'"; }     \
+  Type Type##Instance(U32 number) {                                                       \
+    return static_cast<Type>(Vellor::enumerationNumber({#Type, k##Type##s}, number));     \
+  }                                                                                       \
+  Type Type##Instance(const Vellor::String8& text) {                                      \
+    return static_cast<Type>(Vellor::enumerationNumber({#Type, k##Type##s}, text));       \
+  }                                                                                       \
+  void sequenceToValue(Vellor::StrepIterator& iterator, const Vellor::StrepIterator& end, \
+                       Type* value) {                                                     \
+    Vellor::String8 text;                                                                 \
+    Vellor::sequenceToValue(iterator, end, &text);                                        \
+    *value = Type##Instance(text);                                                        \
+  }                                                                                       \
+  const Vellor::FwkType& vellorValueType(const Type*) {                                   \
+    static constinit const Vellor::FwkType kType{"Quarle::Tarnlet::" #Type};              \
+    return kType;                                                                         \
+  }                                                                                       \
+  std::ostream& operator<<(std::ostream& stream, Type value) {                            \
+    return stream << stringValue(value);                                                  \
+  }                                                                                       \
   static_assert(true, "a semicolon follows here")
 
 TARNLET_ENUMERATION_OPERATIONS(KeyType);

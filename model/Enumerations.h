@@ -4,6 +4,7 @@
 
 #include "framework/Vellor/Enumeration.h"
 #include "framework/Vellor/Export.h"
+#include "framework/Vellor/Strep.h"
 #include "framework/Vellor/String8.h"
 #include "framework/Vellor/Types.h"
 
@@ -50,12 +51,17 @@ using enum RestartMode;
 // For each enumeration: stringValue() gives the enumerator's name, or "Type(%d)" for a number
 // without one; the two
 // `...Instance` operations give the enumerator of a number or a name, or raise
-// Vellor::RangeException with the type's name; valueToStrep() gives the name between single quotes.
-#define TARNLET_ENUMERATION_OPERATIONS(Type)                   \
-  VELLOR_API Vellor::String8 stringValue(Type value);          \
-  VELLOR_API Vellor::String8 valueToStrep(Type value);         \
-  VELLOR_API Type Type##Instance(U32 number);                  \
-  VELLOR_API Type Type##Instance(const Vellor::String8& text); \
+// Vellor::RangeException with the type's name; valueToStrep() gives the name between single quotes,
+// sequenceToValue() reads that; `<Name>_GenericIf_` is its face.
+#define TARNLET_ENUMERATION_OPERATIONS(Type)                                      \
+  VELLOR_API Vellor::String8 stringValue(Type value);                             \
+  VELLOR_API Vellor::String8 valueToStrep(Type value);                            \
+  VELLOR_API Type Type##Instance(U32 number);                                     \
+  VELLOR_API Type Type##Instance(const Vellor::String8& text);                    \
+  VELLOR_API void sequenceToValue(Vellor::StrepIterator& iterator,                \
+                                  const Vellor::StrepIterator& end, Type* value); \
+  VELLOR_API const Vellor::FwkType& vellorValueType(const Type*);                 \
+  using Type##_GenericIf_ = Vellor::ValueFace<Type>;                              \
   VELLOR_API std::ostream& operator<<(std::ostream& stream, Type value)
 
 TARNLET_ENUMERATION_OPERATIONS(KeyType);

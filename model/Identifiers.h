@@ -5,6 +5,7 @@
 
 #include "framework/Vellor/Export.h"
 #include "framework/Vellor/Identifier.h"
+#include "framework/Vellor/Strep.h"
 #include "framework/Vellor/String8.h"
 #include "framework/Vellor/Types.h"
 
@@ -12,6 +13,9 @@ namespace Quarle::Tarnlet {
 
 /// One hardware prefix table of a chip: the number of its record in the chip's LPM table context.
 using PrefixTableId = Vellor::Identifier<struct PrefixTableIdTag, U8, 0>;
+
+/// Up to 32, although a chip has tables 0 to 31. Raises Vellor::RangeException.
+VELLOR_API void checkIdentifierFromText(const PrefixTableId& tableId);
 
 /// A row of a prefix table, which is the hash index at which one sub-trie is stored.
 using PrefixTableIdx = Vellor::Identifier<struct PrefixTableIdxTag, U32, 0>;
@@ -26,6 +30,9 @@ class VELLOR_API NhiTableIdx {
   constexpr NhiTableIdx() = default;
 
   constexpr NhiTableIdx(NhiTileIdx tile, U16 offset) : tile_(tile), offset_(offset) {}
+
+  /// Reads the textual form; what it does not name keeps its default.
+  NhiTableIdx(Vellor::StrepIterator& iterator, const Vellor::StrepIterator& end);
 
   constexpr NhiTileIdx tile() const { return tile_; }
 
@@ -53,6 +60,14 @@ class VELLOR_API NhiTableIdx {
 };
 
 VELLOR_API Vellor::String8 valueToStrep(const NhiTableIdx& index);
+VELLOR_API void sequenceToValue(Vellor::StrepIterator& iterator,
+                                const Vellor::StrepIterator& end,
+                                NhiTableIdx* index);
 VELLOR_API std::ostream& operator<<(std::ostream& stream, const NhiTableIdx& index);
+
+VELLOR_API const Vellor::FwkType& vellorValueType(const PrefixTableId*);
+VELLOR_API const Vellor::FwkType& vellorValueType(const PrefixTableIdx*);
+VELLOR_API const Vellor::FwkType& vellorValueType(const NhiTileIdx*);
+VELLOR_API const Vellor::FwkType& vellorValueType(const NhiTableIdx*);
 
 }  // namespace Quarle::Tarnlet

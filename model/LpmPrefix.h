@@ -97,6 +97,11 @@ class VELLOR_API LpmPrefixList {
   VELLOR_VALUE(LpmPrefixList);
 
  public:
+  LpmPrefixList() = default;
+
+  /// Fatal: a queue has no text form to read.
+  LpmPrefixList(Vellor::StrepIterator& iterator, const Vellor::StrepIterator& end);
+
   VELLOR_OBJ_QUEUE(prefix, Prefix, LpmPrefix::Ptr);
 
   VELLOR_OBJ_END;
@@ -108,6 +113,10 @@ class VELLOR_API LpmPrefixList {
 
 /// The contents have no text form.
 VELLOR_API Vellor::String8 valueToStrep(const LpmPrefixList& list);
+VELLOR_API void sequenceToValue(Vellor::StrepIterator& iterator,
+                                const Vellor::StrepIterator& end,
+                                LpmPrefixList* list);
 VELLOR_API std::ostream& operator<<(std::ostream& stream, const LpmPrefixList& list);
+VELLOR_API const Vellor::FwkType& vellorValueType(const LpmPrefixList*);
 
 }  // namespace Quarle::Tarnlet

@@ -6,6 +6,7 @@
 #include "framework/Vellor/Export.h"
 #include "framework/Vellor/Identifier.h"
 #include "framework/Vellor/Schema.h"
+#include "framework/Vellor/Strep.h"
 #include "framework/Vellor/String8.h"
 #include "framework/Vellor/Types.h"
 
@@ -26,6 +27,9 @@ class VELLOR_API NextHopBlock {
   constexpr NextHopBlock() = default;
 
   constexpr NextHopBlock(NextHopTableIdx base, Nway size) : base_(base), size_(size) {}
+
+  /// Reads the textual form; what it does not name keeps its default.
+  NextHopBlock(Vellor::StrepIterator& iterator, const Vellor::StrepIterator& end);
 
   constexpr NextHopTableIdx base() const { return base_; }
 
@@ -55,6 +59,9 @@ class VELLOR_API NextHopBlock {
 };
 
 VELLOR_API Vellor::String8 valueToStrep(const NextHopBlock& block);
+VELLOR_API void sequenceToValue(Vellor::StrepIterator& iterator,
+                                const Vellor::StrepIterator& end,
+                                NextHopBlock* block);
 VELLOR_API std::ostream& operator<<(std::ostream& stream, const NextHopBlock& block);
 
 /// Head and tail position of a NextHopBlockList, compared field by field.
@@ -65,6 +72,11 @@ class VELLOR_API NextHopBlockList {
   VELLOR_VALUE(NextHopBlockList);
 
  public:
+  NextHopBlockList() = default;
+
+  /// Fatal: a queue has no text form to read.
+  NextHopBlockList(Vellor::StrepIterator& iterator, const Vellor::StrepIterator& end);
+
   VELLOR_OBJ_QUEUE(nextHopBlock, NextHopBlock, NextHopBlock);
 
   VELLOR_OBJ_END;
@@ -76,6 +88,15 @@ class VELLOR_API NextHopBlockList {
 
 /// The contents have no text form.
 VELLOR_API Vellor::String8 valueToStrep(const NextHopBlockList& list);
+VELLOR_API void sequenceToValue(Vellor::StrepIterator& iterator,
+                                const Vellor::StrepIterator& end,
+                                NextHopBlockList* list);
 VELLOR_API std::ostream& operator<<(std::ostream& stream, const NextHopBlockList& list);
+
+VELLOR_API const Vellor::FwkType& vellorValueType(const SwId*);
+VELLOR_API const Vellor::FwkType& vellorValueType(const Nway*);
+VELLOR_API const Vellor::FwkType& vellorValueType(const NextHopTableIdx*);
+VELLOR_API const Vellor::FwkType& vellorValueType(const NextHopBlock*);
+VELLOR_API const Vellor::FwkType& vellorValueType(const NextHopBlockList*);
 
 }  // namespace Quarle::TarnletNextHop

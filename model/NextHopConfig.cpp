@@ -2,10 +2,6 @@
 
 namespace Quarle::TarnletNextHop {
 
-VELLOR_FWK_TYPE(ShuffleCmd, "Quarle::TarnletNextHop::ShuffleCmd");
-VELLOR_FWK_TYPE(Config, "Quarle::TarnletNextHop::Config");
-VELLOR_FWK_TYPE(Status, "Quarle::TarnletNextHop::Status");
-
 ShuffleCmd::Ptr shuffleCmdFactory(SwId swId,
                                   const NextHopBlock& nextHopBlock,
                                   const NextHopBlock& prevNextHopBlock) {

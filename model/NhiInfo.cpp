@@ -2,8 +2,6 @@
 
 namespace Quarle::Tarnlet {
 
-VELLOR_FWK_TYPE(NhiInfo, "Quarle::Tarnlet::NhiInfo");
-
 Vellor::String8 NhiInfo::str() const {
   return Vellor::format("%s/%s/%u", nhiInfoKey_.str().charPtr(), nhiBaseIdx_.str().charPtr(),
                         subTrieCount_);

@@ -4,6 +4,14 @@
 
 namespace Quarle::Tarnlet {
 
+NhiInfoKey::NhiInfoKey(Vellor::StrepIterator&, const Vellor::StrepIterator&) {}
+
+void sequenceToValue(Vellor::StrepIterator& iterator,
+                     const Vellor::StrepIterator& end,
+                     NhiInfoKey* key) {
+  *key = NhiInfoKey(iterator, end);
+}
+
 U32 NhiInfoKey::computeHash() const {
   Vellor::OneAtATimeHash hash;
   // Neighbours often go the same way: then the block's own hash is at hand.

@@ -20,6 +20,11 @@ class VELLOR_API NhiInfoKey {
   VELLOR_VALUE(NhiInfoKey);
 
  public:
+  NhiInfoKey() = default;
+
+  /// The empty key, whatever the text: nothing of it is read.
+  NhiInfoKey(Vellor::StrepIterator& iterator, const Vellor::StrepIterator& end);
+
   VELLOR_OBJ_TREE(slotToNextHopBlock, SlotToNextHopBlock, U8, NextHopBlock);
 
   VELLOR_OBJ_END;
@@ -64,6 +69,10 @@ class VELLOR_API NhiInfoKey {
 
 /// The contents have no text form.
 VELLOR_API Vellor::String8 valueToStrep(const NhiInfoKey& key);
+VELLOR_API void sequenceToValue(Vellor::StrepIterator& iterator,
+                                const Vellor::StrepIterator& end,
+                                NhiInfoKey* key);
 VELLOR_API std::ostream& operator<<(std::ostream& stream, const NhiInfoKey& key);
+VELLOR_API const Vellor::FwkType& vellorValueType(const NhiInfoKey*);
 
 }  // namespace Quarle::Tarnlet

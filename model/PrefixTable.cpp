@@ -2,8 +2,6 @@
 
 namespace Quarle::Tarnlet {
 
-VELLOR_FWK_TYPE(PrefixTable, "Quarle::Tarnlet::PrefixTable");
-
 Vellor::String8 PrefixTable::str() const {
   return Vellor::format("%u, tcfg ", unsigned{tableId_.value()}) + tableConfig_->str();
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <tuple>
+
 #include "framework/Vellor/Export.h"
 #include "framework/Vellor/Schema.h"
 #include "model/Identifiers.h"
@@ -13,6 +15,9 @@ class VELLOR_API PrefixTable : public Vellor::PtrInterface {
   VELLOR_OBJECT(PrefixTable, Vellor::PtrInterface);
 
  public:
+  // What one is made of by name, beside its key.
+  using ConstructorTypes = std::tuple<PrefixTableConfig::Ptr>;
+
   PrefixTable(PrefixTableId tableId, PrefixTableConfig::Ptr tableConfig)
       : tableId_(tableId), tableConfig_(std::move(tableConfig)) {}
 

@@ -5,8 +5,6 @@
 
 namespace Quarle::Tarnlet {
 
-VELLOR_FWK_TYPE(PrefixTableConfig, "Quarle::Tarnlet::PrefixTableConfig");
-
 U32 PrefixTableConfig::hashFunc(const LpmPrefix::Ptr&) const {
   throw Vellor::NoImplementationException("hashFunc must be implemented in the derived class");
 }

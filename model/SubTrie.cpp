@@ -6,9 +6,6 @@
 
 namespace Quarle::Tarnlet {
 
-VELLOR_FWK_TYPE(SubTrie, "Quarle::Tarnlet::SubTrie");
-VELLOR_FWK_TYPE(SubTrieSet, "Quarle::Tarnlet::SubTrieSet");
-
 namespace {
 
 constexpr U32 kTraceLevel = 6;

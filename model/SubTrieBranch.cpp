@@ -2,6 +2,33 @@
 
 namespace Quarle::Tarnlet {
 
+using Vellor::deserializeAttr;
+using Vellor::StrepIterator;
+
+SubTrieBranch::SubTrieBranch(StrepIterator& iterator, const StrepIterator& end) {
+  Vellor::needStructuredValue(iterator, end, {"Quarle::Tarnlet::SubTrieBranch", "SubTrieBranch"},
+                              [&](const Vellor::String8& name) {
+                                if (name == "word0") {
+                                  deserializeAttr(iterator, end, &word0_, name);
+                                } else if (name == "word1") {
+                                  deserializeAttr(iterator, end, &word1_, name);
+                                } else if (name == "word2") {
+                                  deserializeAttr(iterator, end, &word2_, name);
+                                } else if (name == "word3") {
+                                  deserializeAttr(iterator, end, &word3_, name);
+                                } else if (name == "word4") {
+                                  deserializeAttr(iterator, end, &word4_, name);
+                                } else {
+                                  return false;
+                                }
+                                return true;
+                              });
+}
+
+void sequenceToValue(StrepIterator& iterator, const StrepIterator& end, SubTrieBranch* branch) {
+  *branch = SubTrieBranch(iterator, end);
+}
+
 U8 SubTrieBranch::u8(U32 index) const {
   if (index > 17) {
     Vellor::throwRangeException("SubTrieBranch::u8: index out of range");

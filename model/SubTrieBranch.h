@@ -5,6 +5,7 @@
 
 #include "framework/Vellor/Exception.h"
 #include "framework/Vellor/Export.h"
+#include "framework/Vellor/Strep.h"
 #include "framework/Vellor/String8.h"
 #include "framework/Vellor/Types.h"
 
@@ -20,6 +21,9 @@ class VELLOR_API SubTrieBranch {
 
   constexpr SubTrieBranch(U32 word0, U32 word1, U32 word2, U32 word3, U16 word4)
       : word0_(word0), word1_(word1), word2_(word2), word3_(word3), word4_(word4) {}
+
+  /// Reads the textual form; what it does not name keeps its default.
+  SubTrieBranch(Vellor::StrepIterator& iterator, const Vellor::StrepIterator& end);
 
   constexpr U32 word0() const { return word0_; }
 
@@ -80,6 +84,10 @@ class VELLOR_API SubTrieBranch {
 };
 
 VELLOR_API Vellor::String8 valueToStrep(const SubTrieBranch& branch);
+VELLOR_API void sequenceToValue(Vellor::StrepIterator& iterator,
+                                const Vellor::StrepIterator& end,
+                                SubTrieBranch* branch);
 VELLOR_API std::ostream& operator<<(std::ostream& stream, const SubTrieBranch& branch);
+VELLOR_API const Vellor::FwkType& vellorValueType(const SubTrieBranch*);
 
 }  // namespace Quarle::Tarnlet

@@ -16,8 +16,6 @@
 
 namespace Quarle::TarnletNextHop {
 
-VELLOR_FWK_TYPE(LpmNextHopSm, "Quarle::TarnletNextHop::LpmNextHopSm");
-
 namespace {
 
 // Rows of the largest group.

@@ -6,7 +6,7 @@
 
 #include "framework/Brumel/EntryMap.h"
 #include "framework/Brumel/FreeRuns.h"
-#include "framework/Vellor/PtrInterface.h"
+#include "framework/Vellor/Schema.h"
 #include "framework/Vellor/String8.h"
 #include "framework/Vellor/Types.h"
 
@@ -25,7 +25,7 @@ namespace BFA {
 /// Invariant 2: a block that outlives its allocator names none: its fields stay readable, its end
 /// frees nothing.
 class VELLOR_API Blk final : public Vellor::PtrInterface {
-  VELLOR_POINTERS(Blk);
+  VELLOR_OBJECT(Blk, Vellor::PtrInterface);
 
  public:
   ~Blk() override;
@@ -35,6 +35,11 @@ class VELLOR_API Blk final : public Vellor::PtrInterface {
 
   /// Of the first entry, in the allocator's range.
   U32 offset() const { return offset_; }
+
+  VELLOR_RECORD(blkSz, BlkSz, computed);
+  VELLOR_RECORD(offset, Offset, computed);
+
+  VELLOR_OBJ_END;
 
  private:
   friend class ::Brumel::BestFitAllocator;
@@ -69,11 +74,15 @@ class PendingCmdLog {
 /// defragment() fills it, whoever repeats the moves elsewhere empties it. It holds a reference on
 /// each block until then.
 class VELLOR_API PendingCmds : public Vellor::PtrInterface {
-  VELLOR_POINTERS(PendingCmds);
+  VELLOR_OBJECT(PendingCmds, Vellor::PtrInterface);
 
  public:
   /// The number of moves not yet taken out.
   U32 pendingCmdLogs() const { return static_cast<U32>(log_.size() - next_); }
+
+  VELLOR_RECORD(pendingCmdLogs, PendingCmdLogs, computed);
+
+  VELLOR_OBJ_END;
 
   void pendingCmdLogEnq(U32 oldOffset, Blk::Ptr blk);
 
@@ -100,7 +109,7 @@ class VELLOR_API PendingCmds : public Vellor::PtrInterface {
 /// Invariant 3: the state depends on the blocks alone and not on how they came about: alloc() and
 /// the end of its block leave the allocator as it was.
 class VELLOR_API BestFitAllocator : public Vellor::PtrInterface {
-  VELLOR_POINTERS(BestFitAllocator);
+  VELLOR_OBJECT(BestFitAllocator, Vellor::PtrInterface);
 
  public:
   /// Manages the entries `offset` to `offset` + `memSz` - 1, all free, in blocks of up to
@@ -119,6 +128,14 @@ class VELLOR_API BestFitAllocator : public Vellor::PtrInterface {
 
   /// All free entries, in however many pieces.
   U32 freeEntries() const { return freeEntries_; }
+
+  VELLOR_RECORD(name, Name, computed);
+  VELLOR_RECORD(offset, Offset, computed);
+  VELLOR_RECORD(maxBlkSz, MaxBlkSz, computed);
+  VELLOR_RECORD(freeEntries, FreeEntries, computed);
+  VELLOR_RECORD(entriesCapacity, EntriesCapacity, computed);
+
+  VELLOR_OBJ_END;
 
   /// A block carved from the low end of the smallest free run that is large enough, the lowest
   /// among equals. Null when there is no such run, or when `size` is 0 or above maxBlkSz().

@@ -1,6 +1,9 @@
 #pragma once
 
-#include "framework/Vellor/PtrInterface.h"
+#include <tuple>
+
+#include "framework/Vellor/Schema.h"
+#include "framework/Vellor/Strep.h"
 #include "framework/Vellor/Types.h"
 
 namespace Brumel {
@@ -12,6 +15,13 @@ enum class BitState : U32 { bitSet = 0, bitClear = 1 };
 /// Which of several matching bits a search yields.
 enum class IndexPreference : U32 { preferLowest = 0 };
 
+/// The textual form of a state is its name between single quotes.
+VELLOR_API Vellor::String8 valueToStrep(BitState state);
+VELLOR_API void sequenceToValue(Vellor::StrepIterator& iterator,
+                                const Vellor::StrepIterator& end,
+                                BitState* state);
+VELLOR_API const Vellor::FwkType& vellorValueType(const BitState*);
+
 }  // namespace HBitmap
 
 /// A fixed set of bits: which slots of a sub-trie are taken.
@@ -21,9 +31,12 @@ enum class IndexPreference : U32 { preferLowest = 0 };
 ///
 /// Invariant 1: storage bits at and above size() are clear.
 class VELLOR_API Bitmap : public Vellor::PtrInterface {
-  VELLOR_POINTERS(Bitmap);
+  VELLOR_OBJECT(Bitmap, Vellor::PtrInterface);
 
  public:
+  /// What one is made of by name.
+  using ConstructorTypes = std::tuple<U64, U32, HBitmap::BitState>;
+
   /// `id` is a label that nothing reads but its accessor.
   Bitmap(U64 id, U32 size, HBitmap::BitState initialBitState);
   ~Bitmap() override;
@@ -31,6 +44,11 @@ class VELLOR_API Bitmap : public Vellor::PtrInterface {
   U64 id() const { return id_; }
 
   U32 size() const { return size_; }
+
+  VELLOR_RECORD(id, Id, computed);
+  VELLOR_RECORD(size, Size, computed);
+
+  VELLOR_OBJ_END;
 
   /// REQUIRES: `bit` < size().
   void setBit(U32 bit);

@@ -76,4 +76,21 @@ U32 Ip6Prefix::hash() const {
   return static_cast<U32>(mixed >> 32);
 }
 
+Vellor::String8 valueToStrep(const Ip6Prefix& prefix) {
+  return Vellor::valueToStrep(prefix.stringValue());
+}
+
+void sequenceToValue(Vellor::StrepIterator& iterator,
+                     const Vellor::StrepIterator& end,
+                     Ip6Prefix* prefix) {
+  Vellor::String8 text;
+  Vellor::sequenceToValue(iterator, end, &text);
+  *prefix = Ip6Prefix(text);
+}
+
+const Vellor::FwkType& vellorValueType(const Ip6Prefix*) {
+  static constinit const Vellor::FwkType kType{"Corsel::Ip6Prefix"};
+  return kType;
+}
+
 }  // namespace Corsel

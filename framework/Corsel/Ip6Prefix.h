@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "framework/Vellor/Export.h"
+#include "framework/Vellor/Strep.h"
 #include "framework/Vellor/String8.h"
 #include "framework/Vellor/Types.h"
 
@@ -49,5 +50,12 @@ class VELLOR_API Ip6Prefix {
   Bytes bytes_{};
   U8 len_ = 0;
 };
+
+/// The textual form is stringValue() between single quotes.
+VELLOR_API Vellor::String8 valueToStrep(const Ip6Prefix& prefix);
+VELLOR_API void sequenceToValue(Vellor::StrepIterator& iterator,
+                                const Vellor::StrepIterator& end,
+                                Ip6Prefix* prefix);
+VELLOR_API const Vellor::FwkType& vellorValueType(const Ip6Prefix*);
 
 }  // namespace Corsel

@@ -33,4 +33,21 @@ Vellor::String8 Prefix::stringValue() const {
 
 U32 Prefix::hash() const { return Vellor::integerHash(address_ ^ len_); }
 
+Vellor::String8 valueToStrep(const Prefix& prefix) {
+  return Vellor::valueToStrep(prefix.stringValue());
+}
+
+void sequenceToValue(Vellor::StrepIterator& iterator,
+                     const Vellor::StrepIterator& end,
+                     Prefix* prefix) {
+  Vellor::String8 text;
+  Vellor::sequenceToValue(iterator, end, &text);
+  *prefix = Prefix(text);
+}
+
+const Vellor::FwkType& vellorValueType(const Prefix*) {
+  static constinit const Vellor::FwkType kType{"Corsel::Prefix"};
+  return kType;
+}
+
 }  // namespace Corsel

@@ -4,6 +4,7 @@
 #include <ostream>
 
 #include "framework/Vellor/Export.h"
+#include "framework/Vellor/Strep.h"
 #include "framework/Vellor/String8.h"
 #include "framework/Vellor/Types.h"
 
@@ -45,5 +46,12 @@ class VELLOR_API Prefix {
   U32 address_ = 0;
   U8 len_ = 0;
 };
+
+/// The textual form is stringValue() between single quotes.
+VELLOR_API Vellor::String8 valueToStrep(const Prefix& prefix);
+VELLOR_API void sequenceToValue(Vellor::StrepIterator& iterator,
+                                const Vellor::StrepIterator& end,
+                                Prefix* prefix);
+VELLOR_API const Vellor::FwkType& vellorValueType(const Prefix*);
 
 }  // namespace Corsel

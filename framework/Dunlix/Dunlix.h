@@ -18,6 +18,8 @@ class VELLOR_API VrfId {
 
   constexpr VrfId(U32 value) : value_(value) {}
 
+  using Value = U32;
+
   constexpr U32 value() const { return value_; }
 
   constexpr U32 hash() const { return value_; }
@@ -43,6 +45,10 @@ class VrfAnd {
 
   constexpr const PrefixType& prefix() const { return prefix_; }
 
+  constexpr void vrfIs(VrfId vrf) { vrf_ = vrf; }
+
+  constexpr void prefixIs(const PrefixType& prefix) { prefix_ = prefix; }
+
   /// The one-at-a-time hash over the VRF and the prefix's hash, least significant bytes first.
   U32 hash() const {
     Vellor::OneAtATimeHash hash;
@@ -65,5 +71,23 @@ class VrfAnd {
 
 using VrfAndPrefix = VrfAnd<Corsel::Prefix>;
 using VrfAndIp6Prefix = VrfAnd<Corsel::Ip6Prefix>;
+
+// Textual forms: a VRF is its number, a VRF and prefix the structured form with `vrf` and `prefix`.
+VELLOR_API Vellor::String8 valueToStrep(VrfId vrf);
+VELLOR_API void sequenceToValue(Vellor::StrepIterator& iterator,
+                                const Vellor::StrepIterator& end,
+                                VrfId* vrf);
+VELLOR_API Vellor::String8 valueToStrep(const VrfAndPrefix& key);
+VELLOR_API void sequenceToValue(Vellor::StrepIterator& iterator,
+                                const Vellor::StrepIterator& end,
+                                VrfAndPrefix* key);
+VELLOR_API Vellor::String8 valueToStrep(const VrfAndIp6Prefix& key);
+VELLOR_API void sequenceToValue(Vellor::StrepIterator& iterator,
+                                const Vellor::StrepIterator& end,
+                                VrfAndIp6Prefix* key);
+
+VELLOR_API const Vellor::FwkType& vellorValueType(const VrfId*);
+VELLOR_API const Vellor::FwkType& vellorValueType(const VrfAndPrefix*);
+VELLOR_API const Vellor::FwkType& vellorValueType(const VrfAndIp6Prefix*);
 
 }  // namespace Dunlix

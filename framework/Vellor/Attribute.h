@@ -25,6 +25,8 @@ enum class AttributeKind : U8 {
   tree,      // RbTreeMap
   queue,     // LinkQueue
   array,     // DynArray
+  view,      // indexed, computed, without storage of its own
+  operation,
 };
 
 /// What a schema line says of its attribute.

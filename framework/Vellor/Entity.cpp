@@ -44,6 +44,10 @@ void NotifieeBase::attachTo(const Entity* notifier) {
 
 Entity::Entity(Name name) : name_(std::move(name)) {}
 
+constinit const FwkType Entity::kVellorType_{"Vellor::Entity", &PtrInterface::kVellorType_};
+
+const FwkType* Entity::fwkType() const { return &kVellorType_; }
+
 Entity::~Entity() = default;
 
 void Entity::notifyOne(AttributeId attribute,

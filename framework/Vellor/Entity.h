@@ -81,6 +81,18 @@ class VELLOR_API Entity : public PtrInterface {
     return {"name", AttributeKind::constant};
   }
 
+  struct VellorFace_name {
+    template <class S>
+    static auto get(const S& self) {
+      return self.name();
+    }
+  };
+
+  static VellorFace_name vellorFace_(AttributeIndex<0>);
+
+  static const FwkType kVellorType_;
+  const FwkType* fwkType() const override;
+
   explicit Entity(Name name);
   ~Entity() override;
 

@@ -3,6 +3,7 @@
 #include <compare>
 #include <ostream>
 
+#include "framework/Vellor/Strep.h"
 #include "framework/Vellor/String8.h"
 #include "framework/Vellor/Types.h"
 
@@ -18,6 +19,12 @@ class Identifier {
   constexpr Identifier() = default;
 
   constexpr Identifier(Rep value) : value_(value) {}
+
+  /// Reads a number and cuts it to the width.
+  Identifier(StrepIterator& iterator, const StrepIterator& end) {
+    deserializeAttr(iterator, end, &value_, "value");
+    checkIdentifierFromText(*this);
+  }
 
   constexpr Rep value() const { return value_; }
 
@@ -37,6 +44,12 @@ class Identifier {
   /// The bare decimal value.
   friend String8 valueToStrep(Identifier identifier) {
     return format("%llu", static_cast<unsigned long long>(identifier.value_));
+  }
+
+  friend void sequenceToValue(StrepIterator& iterator,
+                              const StrepIterator& end,
+                              Identifier* identifier) {
+    *identifier = Identifier(iterator, end);
   }
 
   friend std::ostream& operator<<(std::ostream& stream, Identifier identifier) {

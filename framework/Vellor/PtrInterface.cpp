@@ -25,9 +25,8 @@ void PtrInterface::zeroReferencesIs(bool zero) {
   }
 }
 
-const FwkType* PtrInterface::fwkType() const {
-  static constexpr FwkType kType{"Vellor::PtrInterface"};
-  return &kType;
-}
+constinit const FwkType PtrInterface::kVellorType_{"Vellor::PtrInterface"};
+
+const FwkType* PtrInterface::fwkType() const { return &kVellorType_; }
 
 }  // namespace Vellor

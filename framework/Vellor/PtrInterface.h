@@ -18,9 +18,23 @@ class VELLOR_API VFPtrInterface {
   static bool enableThreadSafePointers;
 };
 
-/// What a class says of itself to the framework: its full name.
+struct TypeFace;
+template <class T>
+class ObjectFace;
+template <class T>
+class ValueFace;
+
+/// What a type says of itself to the framework: its full name, the class it derives from, and what
+/// can be done with it by name. A class without a face of its own shows that of its base.
 struct FwkType {
   const char* name;
+  const FwkType* base = nullptr;
+  const TypeFace* ownFace = nullptr;
+
+  /// Null when neither the type nor a base has one.
+  const TypeFace* face() const {
+    return ownFace != nullptr || base == nullptr ? ownFace : base->face();
+  }
 };
 
 /// Raises RangeException: a mutator of this attribute was handed a null object.
@@ -35,6 +49,9 @@ class VELLOR_API PtrInterface {
   // Where a derived class's schema lines begin.
   using VellorMark = AttributeMark<0, void>;
   static void vellorRecord_();
+  static void vellorFace_();
+
+  static const FwkType kVellorType_;
 
   PtrInterface() = default;
   PtrInterface(const PtrInterface&) = delete;

@@ -18,6 +18,9 @@
   using VellorSelf = Type;                           \
   using VellorBase = Base;                           \
   using Base::vellorRecord_;                         \
+  using Base::vellorFace_;                           \
+  using GenericIf_ = ::Vellor::ObjectFace<Type>;     \
+  static const ::Vellor::FwkType kVellorType_;       \
   const ::Vellor::FwkType* fwkType() const override; \
                                                      \
  private:                                            \
@@ -33,12 +36,11 @@
  private:                  \
   static ::Vellor::AttributeMark<0, void> vellorMark_(::Vellor::Rank<0>)
 
-// Defines what VELLOR_OBJECT declared; `Name` is the type's full name.
-#define VELLOR_FWK_TYPE(Type, Name)                 \
-  const ::Vellor::FwkType* Type::fwkType() const {  \
-    static constexpr ::Vellor::FwkType kType{Name}; \
-    return &kType;                                  \
-  }                                                 \
+// Defines what VELLOR_OBJECT declared, for a class that shows the face of its base; `Name` is the
+// type's full name. Reflect.h has the word for a class with a face of its own.
+#define VELLOR_FWK_TYPE(Type, Name)                                                      \
+  constinit const ::Vellor::FwkType Type::kVellorType_{Name, &VellorBase::kVellorType_}; \
+  const ::Vellor::FwkType* Type::fwkType() const { return &kVellorType_; }               \
   static_assert(true, "a semicolon follows here")
 
 // Closes the list of lines.
@@ -74,22 +76,72 @@
   };                                                                                               \
   static_assert(true, "a semicolon follows here")
 
-// The number and record of a line; `LinkType` is the chain of handlers from here on.
-#define VELLOR_MARK_(name, Name, kindOf, LinkType)                                     \
-  static_assert(::Vellor::Detail::spellingsInStep(#name, #Name),                       \
-                "the two spellings of a line differ");                                 \
-                                                                                       \
- public:                                                                               \
-  static constexpr ::Vellor::AttributeRecord vellorRecord_(                            \
-      ::Vellor::AttributeIndex<VellorBefore_##name::kEnd>) {                           \
-    return {#name, ::Vellor::AttributeKind::kindOf};                                   \
-  }                                                                                    \
-                                                                                       \
- private:                                                                              \
-  static ::Vellor::AttributeMark<VellorBefore_##name::kEnd + 1, LinkType> vellorMark_( \
-      ::Vellor::Rank<VellorBefore_##name::kEnd + 1>);                                  \
-                                                                                       \
- public:                                                                               \
+// How a face reaches a line's accessors; each is compiled where a face is made of it, and only for
+// the kinds that have it.
+#define VELLOR_FACE_(name, Name)                                                      \
+  struct VellorFace_##name {                                                          \
+    template <class S>                                                                \
+    using Collection = typename S::Name##Collection;                                  \
+    template <class S>                                                                \
+    static auto get(const S& self) {                                                  \
+      return self.name();                                                             \
+    }                                                                                 \
+    template <class S, class... Args>                                                 \
+    static auto is(S& self, const Args&... args) {                                    \
+      return self.name##Is(args...);                                                  \
+    }                                                                                 \
+    template <class S, class Key>                                                     \
+    static auto at(const S& self, const Key& key) {                                   \
+      return self.name(key);                                                          \
+    }                                                                                 \
+    template <class S, class... Key>                                                  \
+    static auto del(S& self, const Key&... key) {                                     \
+      return self.name##Del(key...);                                                  \
+    }                                                                                 \
+    template <class S>                                                                \
+    static void delAll(S& self) {                                                     \
+      self.name##DelAll();                                                            \
+    }                                                                                 \
+    template <class S, class Key>                                                     \
+    static auto notify(S& self, const Key& key) -> decltype(self.name##Notify(key)) { \
+      self.name##Notify(key);                                                         \
+    }                                                                                 \
+    template <class S>                                                                \
+    static auto iterator(const S& self) {                                             \
+      return self.name##Iterator();                                                   \
+    }                                                                                 \
+    template <class S>                                                                \
+    static const auto& collection(const S& self) {                                    \
+      return self.name##Collection();                                                 \
+    }                                                                                 \
+    template <class S, class Value>                                                   \
+    static void enq(S& self, const Value& value) {                                    \
+      self.name##Enq(value);                                                          \
+    }                                                                                 \
+    template <class S>                                                                \
+    static auto deq(S& self) {                                                        \
+      return self.name##Deq();                                                        \
+    }                                                                                 \
+  }
+
+// The number, record and face of a line; `LinkType` is the chain of handlers from here on.
+#define VELLOR_MARK_(name, Name, kindOf, LinkType)                                           \
+  static_assert(::Vellor::Detail::spellingsInStep(#name, #Name),                             \
+                "the two spellings of a line differ");                                       \
+                                                                                             \
+ public:                                                                                     \
+  static constexpr ::Vellor::AttributeRecord vellorRecord_(                                  \
+      ::Vellor::AttributeIndex<VellorBefore_##name::kEnd>) {                                 \
+    return {#name, ::Vellor::AttributeKind::kindOf};                                         \
+  }                                                                                          \
+  VELLOR_FACE_(name, Name);                                                                  \
+  static VellorFace_##name vellorFace_(::Vellor::AttributeIndex<VellorBefore_##name::kEnd>); \
+                                                                                             \
+ private:                                                                                    \
+  static ::Vellor::AttributeMark<VellorBefore_##name::kEnd + 1, LinkType> vellorMark_(       \
+      ::Vellor::Rank<VellorBefore_##name::kEnd + 1>);                                        \
+                                                                                             \
+ public:                                                                                     \
   static_assert(true, "a semicolon follows here")
 
 #define VELLOR_BEFORE_(name)                                                                     \
