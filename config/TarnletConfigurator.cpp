@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "config/LpmHashPolyTable.h"
+#include "framework/Gimbrel/Gimbrel.h"
 #include "framework/Vellor/Invariant.h"
 #include "framework/Vellor/Trace.h"
 #include "framework/Xdk/XpHashFunction.h"
@@ -79,18 +80,16 @@ U32 hashPolyOf(U32 table, U32 hashPolySelect) {
 Tarnlet::XpPrefixTableConfig::Ptr prefixTableConfigOf(U8 table,
                                                       const xpLpmPrefixTableRecord& context) {
   const Tarnlet::PrefixTableType tableType = tableTypeOf(context);
-  VELLOR_TRACE(tarnletConfiguratorTrace, 1,
-               "Creating PrefixTableConfig, tableId: " << unsigned{table} << " tableType: "
-                                                       << tableType << " depth: " << context.depth
-                                                       << " tread: " << unsigned{context.tread});
+  VELLOR_GIMBREL_TRACE(tarnletConfiguratorTrace, 1, "Creating PrefixTableConfig, tableId: ", table,
+                       " tableType: ", tableType, " depth: ", context.depth,
+                       " tread: ", context.tread);
   auto tableConfig =
       Tarnlet::xpPrefixTableConfigFactory(table, tableType, context.depth, context.tread);
   const U32 hashPoly = hashPolyOf(table, context.hashPolySelect);
   const U8 hashBits = hashBitsOf(context.depth);
-  VELLOR_TRACE(tarnletConfiguratorTrace, 1,
-               "Setting prefixTable to use hash function, tread: "
-                   << unsigned{context.tread} << " hashBits: " << unsigned{hashBits}
-                   << " hashPoly: " << hashPoly);
+  VELLOR_GIMBREL_TRACE(tarnletConfiguratorTrace, 1,
+                       "Setting prefixTable to use hash function, tread: ", context.tread,
+                       " hashBits: ", hashBits, " hashPoly: ", hashPoly);
   tableConfig->xdkHashFunctionIs(
       new crcHashFunction(kHashWidth, hashBits, hashPoly, /*enabled=*/true, context.tread));
   return tableConfig;
@@ -161,13 +160,12 @@ void TarnletConfigurator::configLpmWithTableContext(U32 tableId,
   for (const U8 stride : kStrides) {
     lpmConfig->availableStrideIs(stride, true);
   }
-  VELLOR_TRACE(tarnletConfiguratorTrace, 1,
-               "Setting NHI table size: "
-                   << lpmConfig->nhiTableSize()
-                   << " pairPerEntry: " << unsigned{lpmConfig->nhiPairPerEntry()}
-                   << " blockBaseWidth: " << unsigned{lpmConfig->nhiBlockBaseWidth()}
-                   << " entriesPerTile: " << lpmConfig->nhiEntriesPerTile()
-                   << " availableTiles: " << unsigned{lpmConfig->nhiAvailableTiles()});
+  VELLOR_GIMBREL_TRACE(tarnletConfiguratorTrace, 1,
+                       "Setting NHI table size: ", lpmConfig->nhiTableSize(),
+                       " pairPerEntry: ", lpmConfig->nhiPairPerEntry(),
+                       " blockBaseWidth: ", lpmConfig->nhiBlockBaseWidth(),
+                       " entriesPerTile: ", lpmConfig->nhiEntriesPerTile(),
+                       " availableTiles: ", lpmConfig->nhiAvailableTiles());
 }
 
 void TarnletConfigurator::configNhWithTableContext() {

@@ -1,5 +1,6 @@
 #include "model/ConfigBase.h"
 
+#include "framework/Gimbrel/Gimbrel.h"
 #include "framework/Vellor/Exception.h"
 #include "framework/Vellor/Invariant.h"
 #include "model/TraceUnits.h"
@@ -62,7 +63,7 @@ int ConfigBase::fanoutPrefixLen(int prefixLen) const {
     if (tread >= leastTread && tread <= prefixLen) {
       const int fanoutLen =
           i == 0 ? prefixLen : prefixTableSortedByTread_.at(i - 1)->tableConfig()->tread();
-      VELLOR_TRACE(tarnletTrace, 3, " prefixLen " << prefixLen << " fanoutLen " << fanoutLen);
+      VELLOR_GIMBREL_TRACE(tarnletTrace, 3, " prefixLen ", prefixLen, " fanoutLen ", fanoutLen);
       return fanoutLen;
     }
   }

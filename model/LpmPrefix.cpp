@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstring>
 
+#include "framework/Gimbrel/Gimbrel.h"
 #include "framework/Vellor/Exception.h"
 #include "framework/Vellor/Invariant.h"
 #include "model/TraceUnits.h"
@@ -67,16 +68,15 @@ void LpmPrefixV4::createFanoutPrefixV4(U32 targetTread) {
   // yields one entry.
   const U32 count = U32{1} << ((targetTread - len()) & 31U);
   const U32 base = vrfAndPrefix_.prefix().address();
-  VELLOR_TRACE(
-      tarnletTrace, 3,
-      " fanout of " << stringValue() << " targetTread " << targetTread << " count " << count);
+  VELLOR_GIMBREL_TRACE(tarnletTrace, 3, " fanout of ", stringValue(), " targetTread ", targetTread,
+                       " count ", count);
   for (U32 i = 0; i < count; ++i) {
     const Corsel::Prefix prefix(base | i << (shift & 31U), newLen);
     if (!prefix.validAsPrefix()) {
       Vellor::throwRangeException("Prefix::validAsPrefix != true not allowed");
     }
-    VELLOR_TRACE(tarnletTrace, 3,
-                 "  -- #" << i << " vrf " << vrfAndPrefix_.vrf() << " prefix " << prefix);
+    VELLOR_GIMBREL_TRACE(tarnletTrace, 3, "  -- #", i, " vrf ", vrfAndPrefix_.vrf(), " prefix ",
+                         prefix);
     prefixFanoutListIs(Dunlix::VrfAndPrefix(vrfAndPrefix_.vrf(), prefix), true);
   }
 }
