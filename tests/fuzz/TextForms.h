@@ -29,7 +29,8 @@ void readAndWrite(const std::string& text) {
   }
 }
 
-/// The first byte chooses the type, the others are the text.
+/// The first byte chooses the type, the others are the text. Lists and NHI keys, whose texts do not
+/// tell their contents, are left out.
 inline void readAndWriteAny(const std::string& bytes) {
   using Reader = void (*)(const std::string&);
   using namespace TarnletNextHop;
@@ -49,7 +50,6 @@ inline void readAndWriteAny(const std::string& bytes) {
       readAndWrite<Dunlix::VrfAndPrefix>,
       readAndWrite<Dunlix::VrfAndIp6Prefix>,
       readAndWrite<Vellor::String8>,
-      readAndWrite<NhiInfoKey>,
   };
   if (!bytes.empty()) {
     const auto choice = static_cast<unsigned char>(bytes[0]) % std::size(kReaders);
