@@ -305,7 +305,7 @@ T fromGenericIf(const GenericIf::Ptr& face, const String8& name) {
 
 template <class T>
 GenericIf::Ptr ValueFace<T>::genericIfListConstructor(const List_& list) const {
-  const Ptr made = new ValueFace<T>(T{});
+  Ptr made = new ValueFace<T>(T{});
   AttributeId next = 0;
   for (const Argument& argument : list.arguments()) {
     const AttributeId id = argument.name.empty() ? next : made->attributeId(argument.name);
