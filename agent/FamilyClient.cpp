@@ -294,6 +294,15 @@ const Tarnlet::LpmSm& FamilyClient::engine() const {
   return *sm_;
 }
 
+Tarnlet::LpmSm::Ptr FamilyClient::engineForDiagnosis(bool changes) const {
+  if (changes) {
+    window_.narrow();
+  } else {
+    window_.widen();
+  }
+  return sm_;
+}
+
 FamilyStatistics FamilyClient::statistics() const {
   FamilyStatistics result;
   result.routes = routes();

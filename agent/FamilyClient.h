@@ -186,6 +186,11 @@ class FamilyClient {
   /// The engine, with all its NHI tiles on view.
   const Tarnlet::LpmSm& engine() const;
 
+  /// The engine itself, for diagnosis: with all its NHI tiles on view, or, when the caller
+  /// `changes` something, with the one that the next request may take from. What is changed there
+  /// the client does not know of.
+  Tarnlet::LpmSm::Ptr engineForDiagnosis(bool changes) const;
+
   /// What the warm start took over; all zero after a cold one.
   const FamilyRecovery& recovery() const { return recovery_; }
 

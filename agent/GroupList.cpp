@@ -10,6 +10,7 @@
 #include <fstream>
 #include <map>
 #include <optional>
+#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
@@ -256,9 +257,11 @@ class Reader {
 
 GroupList::Contents GroupList::read(const std::filesystem::path& path, const std::string& chip) {
   const std::string name = "next-hop groups " + path.string() + ": ";
+  std::error_code ignored;
   std::ifstream file(path, std::ios::binary | std::ios::ate);
   const std::streamoff size = file ? static_cast<std::streamoff>(file.tellg()) : -1;
-  if (size < 0) {
+  // A folder opens like a file, and tells a size that means nothing.
+  if (size < 0 || !std::filesystem::is_regular_file(path, ignored)) {
     return {.groups = {}, .fault = name + "cannot be read, expected a file"};
   }
   // Bytes of a last word that is not whole are those of a record that is not, too.

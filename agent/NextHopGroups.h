@@ -204,6 +204,10 @@ class NextHopGroups {
 
   NextHopStatistics statistics() const;
 
+  /// The state machine of the next-hop table, for diagnosis. What is changed there the groups do not
+  /// know of.
+  TarnletNextHop::LpmNextHopSm::Ptr engineForDiagnosis() const { return sm_; }
+
  private:
   struct Group {
     std::vector<U64> nextHops;
