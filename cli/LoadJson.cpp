@@ -1,8 +1,7 @@
 // What programs read of a load. Field names are an interface: they stay.
 
+#include "cli/InputJson.h"
 #include "cli/LoadReport.h"
-
-#include <nlohmann/json.hpp>
 
 namespace Quarle::Cli {
 
@@ -61,16 +60,6 @@ void addPhase(Json& json, const PhaseResult& phase) {
   json["rows_wrong"] = phase.rowsWrong;
 }
 
-Json inputJson(const LoadOptions& options, const LoadResult& result) {
-  if (options.synthetic) {
-    return {{"synthetic", {options.synthetic->ipv4, options.synthetic->ipv6}}};
-  }
-  return {{"rib", options.rib},
-          {"lines", result.input.lines},
-          {"bad_lines", result.input.badLines},
-          {"duplicates", result.input.duplicates}};
-}
-
 }  // namespace
 
 std::string toJson(const LoadOptions& options, const LoadResult& result) {
@@ -96,12 +85,15 @@ std::string toJson(const LoadOptions& options, const LoadResult& result) {
                              {"lookups", counts.lookups},   {"wrong", counts.wrong},
                              {"excused", excused}};
   }
-  json["input"] = inputJson(options, result);
+  json["input"] = inputJson(options, result.input);
   json["order"] = toText(options.order);
   json["verify"] = toText(options.verifyMode());
   json["written"] = !options.noChip;
   json["shuffling"] = options.shuffling;
   json["chip"] = result.chip;
+  if (!options.chipImage.empty()) {
+    json["chip_image"] = options.chipImage;
+  }
   json["seed"] = options.seed;
   json["version"] = TARNLET_VERSION;
   // A file's name may hold any bytes.

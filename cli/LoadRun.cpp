@@ -6,19 +6,20 @@
 
 #include <malloc.h>
 
-#include <chrono>
-#include <cstdio>
-#include <limits>
-#include <map>
-#include <unordered_map>
-#include <utility>
-
 #include "agent/ChipContexts.h"
 #include "agent/HitlessCheck.h"
-#include "agent/LookupCheck.h"
 #include "agent/source/RouteOrder.h"
+#include "cli/ChipCheck.h"
+#include "cli/GroupListFile.h"
+#include "cli/RouteInput.h"
 #include "cli/WantedGroups.h"
 #include "xdksim/SimLpmMgr.h"
+
+#include <chrono>
+#include <filesystem>
+#include <span>
+#include <unordered_map>
+#include <utility>
 
 namespace Quarle::Cli {
 
@@ -28,13 +29,12 @@ using Agent::Family;
 using Agent::RouteEntry;
 using Clock = std::chrono::steady_clock;
 
-constexpr std::uint32_t kNotPlaced = std::numeric_limits<std::uint32_t>::max();
-constexpr std::size_t kSampleStep = 64;
+constexpr Agent::SwId kNotPlaced = {};
 // Parts the draw of the half that is withdrawn from the one that orders the routes.
 constexpr std::uint64_t kHalfSalt = 0x68616c66;
 constexpr std::uint64_t kChangeSalt = 0x6368616e;
-// Next hops of groups that changes make up, above all that routes bring.
-constexpr std::uint64_t kFirstChangedNextHop = 1'000'000'000;
+// Next hops of groups that changes make up.
+constexpr std::uint64_t kFirstChangedNextHop = WantedGroups::kFirstSpare;
 
 double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
@@ -49,43 +49,37 @@ std::string stepText(const std::string& what, Family family) {
   return what + " " + Agent::familyName(family);
 }
 
-Agent::RibLoad readRoutes(const LoadOptions& options, Progress& progress) {
-  if (options.synthetic) {
-    progress.stepIs("making routes", 0);
-    return {.table = Agent::makeSyntheticTable(*options.synthetic, options.seed), .report = {}};
+XdkSim::Chip makeChip(const LoadOptions& options, const XdkSim::ChipProfile& profile) {
+  if (options.chipImage.empty()) {
+    return XdkSim::Chip(profile);
   }
-  progress.stepIs("reading routes", 0);
-  std::uint64_t knownTotal = 0;
-  Agent::RibLoad load =
-      Agent::loadRibFile(options.rib, {.progress = [&](std::uint64_t read, std::uint64_t total) {
-                           if (total != knownTotal) {
-                             knownTotal = total;
-                             progress.stepIs("reading routes", total);
-                           }
-                           progress.doneIs(read);
-                         }});
-  const Agent::RibReport& report = load.report;
-  progress.clear();
-  if (options.strict && report.badLines != 0) {
-    throw LoadStopped(report.faults.front());
+  if (options.replaceImage) {
+    return XdkSim::Chip(
+        XdkSim::ChipImage(options.chipImage, profile, XdkSim::ExistingFile::replace));
   }
-  for (const std::string& fault : report.faults) {
-    std::fprintf(stderr, "%s\n", fault.c_str());
+  if (std::filesystem::exists(options.chipImage)) {
+    throw XdkSim::ImageError(options.chipImage +
+                             ": exists, expected a new file or --replace-image");
   }
-  if (report.badLines > report.faults.size()) {
-    std::fprintf(stderr, "%s: %llu more bad lines\n", options.rib.c_str(),
-                 static_cast<unsigned long long>(report.badLines - report.faults.size()));
+  return XdkSim::Chip(XdkSim::ChipImage(options.chipImage, profile));
+}
+
+Agent::ClientOptions clientOptions(const LoadOptions& options, const XdkSim::Chip& chip) {
+  Agent::ClientOptions result{.hashShuffling = options.shuffling};
+  if (!options.chipImage.empty()) {
+    result.groupList = groupListOf(options.chipImage);
+    result.chipName = chip.profile().name;
   }
-  return load;
+  return result;
 }
 
 /// One family's routes in the order in which they are requested, and what became of each.
 struct Table {
   std::vector<RouteEntry> routes;
-  // The group that each route wants now.
+  // The group that each route wants now, by its number in `groupIds_`.
   std::vector<std::uint32_t> wanted;
   // The group that each route leads to by the client's answers, or `kNotPlaced`.
-  std::vector<std::uint32_t> placed;
+  std::vector<Agent::SwId> placed;
   // The random half that is withdrawn and announced again.
   std::vector<bool> inHalf;
 };
@@ -95,15 +89,16 @@ class LoadRun {
   LoadRun(const LoadOptions& options, Progress& progress)
       : options_(options),
         progress_(progress),
-        chip_(XdkSim::findProfile(options.chip)),
+        profile_(XdkSim::findProfile(options.chip)),
+        input_(readRoutes(options, progress)),
+        chip_(makeChip(options, profile_)),
         manager4_(chip_, XdkSim::Family::ipv4),
         manager6_(chip_, XdkSim::Family::ipv6),
-        input_(readRoutes(options, progress)),
-        groups_(input_.table, options.nextHopGroups, options.seed),
+        groups_(input_.table, options),
         client_({.systemStatus = Agent::systemStatusOf(chip_),
                  .ipv4 = managerOf(Family::ipv4),
                  .ipv6 = managerOf(Family::ipv6)},
-                {.hashShuffling = options.shuffling}),
+                clientOptions(options, chip_)),
         changes_(options.seed ^ kChangeSalt) {
     takeTable(Family::ipv4);
     takeTable(Family::ipv6);
@@ -133,25 +128,25 @@ class LoadRun {
   template <typename RequestOne>
   FamilyResult load(const std::string& name, Family family, const RequestOne& requestOne);
   void verify(Family family, FamilyResult& result);
-  std::uint64_t countWrongRows();
 
   Table& table(Family family) { return family == Family::ipv4 ? table4_ : table6_; }
 
   const LoadOptions& options_;
   Progress& progress_;
+  XdkSim::ChipProfile profile_;
+  // Before the chip: a bad file must not cost an image.
+  Agent::RibLoad input_;
   XdkSim::Chip chip_;
   XdkSim::SimLpmMgr manager4_;
   XdkSim::SimLpmMgr manager6_;
   std::optional<Agent::HitlessCheck> check_;
-  Agent::RibLoad input_;
   WantedGroups groups_;
   Agent::Client client_;
   std::vector<Agent::SwId> groupIds_;
-  std::map<Agent::SwId, std::uint32_t> groupNumber_;
   Agent::Random changes_;
   std::uint64_t nextNextHop_ = kFirstChangedNextHop;
   // Where routes lead that were refused and served later in the same phase.
-  std::unordered_map<Agent::RouteKey, std::uint32_t, Agent::RouteKeyHash> late_;
+  std::unordered_map<Agent::RouteKey, Agent::SwId, Agent::RouteKeyHash> late_;
   Table table4_;
   Table table6_;
   LoadResult result_;
@@ -203,7 +198,7 @@ void LoadRun::announce(Table& table, std::size_t i, Agent::FamilyClient& client)
   }
   const bool placed = !client.routeIs(key, groupIds_[group]).refused();
   if (placed) {
-    table.placed[i] = group;
+    table.placed[i] = groupIds_[group];
   }
   if (check_) {
     // A refused wish stays: the client may try it again at any time.
@@ -240,7 +235,7 @@ void LoadRun::noteLate(const Agent::RouteEvent& event) {
     }
   } else if (event.cause == Agent::Cause::retry && !event.answer.refused()) {
     const bool gone = event.answer.outcome == Agent::Outcome::withdrawn;
-    late_[event.key] = gone ? kNotPlaced : groupNumber_.at(event.group);
+    late_[event.key] = gone ? kNotPlaced : event.group;
     if (check_) {
       check_->settled(event.key, /*asWished=*/true);
     }
@@ -260,7 +255,6 @@ void LoadRun::takeLate(Table& table) {
 LoadResult LoadRun::run() {
   for (const std::vector<std::uint64_t>& nextHops : groups_.groups()) {
     groupIds_.push_back(client_.groupIs(nextHops));
-    groupNumber_.emplace(groupIds_.back(), static_cast<std::uint32_t>(groupIds_.size() - 1));
   }
   result_.chip = chip_.profile().name;
   result_.input = input_.report;
@@ -328,7 +322,6 @@ void LoadRun::change(Table& table, std::size_t i, Agent::FamilyClient& client) {
   const Agent::SwId group = client_.groupIs(nextHops);
   table.wanted[i] = static_cast<std::uint32_t>(groupIds_.size());
   groupIds_.push_back(group);
-  groupNumber_.insert_or_assign(group, table.wanted[i]);
   announce(table, i, client);
   // The route holds it from here on.
   client_.groupDel(group);
@@ -343,7 +336,11 @@ void LoadRun::runPhase(const std::string& name, const RequestOne& requestOne) {
   if (options_.verifyMode() != Verify::none) {
     verify(Family::ipv4, phase.ipv4);
     verify(Family::ipv6, phase.ipv6);
-    phase.rowsWrong = countWrongRows();
+    // Groups made up by changes end with their routes.
+    const RowCheck rows = checkRows(chip_, client_, /*strayRows=*/{},
+                                    std::span(groupIds_).first(groups_.groups().size()));
+    phase.rowsWrong = rows.wrong;
+    result_.faults.insert(result_.faults.end(), rows.faults.begin(), rows.faults.end());
   }
   result_.phases.push_back(std::move(phase));
 }
@@ -381,61 +378,21 @@ void LoadRun::verify(Family family, FamilyResult& result) {
   const Table& routes = table(family);
   progress_.stepIs(stepText("verifying", family), routes.routes.size());
   const Clock::time_point start = Clock::now();
-  Agent::ReferenceTrie expected;
+  RouteCheck check(chip_, client_);
   for (std::size_t i = 0; i < routes.routes.size(); ++i) {
     if (routes.placed[i] != kNotPlaced) {
-      expected.insert(routes.routes[i].prefix, routes.placed[i]);
+      check.expect(routes.routes[i].prefix, routes.placed[i]);
     }
   }
-  Agent::LookupCheck check(chip_, expected, [this](Agent::ReferenceTrie::Value group) {
-    return client_.groups().block(groupIds_[group]);
-  });
-  const std::size_t step = options_.verifyMode() == Verify::all ? 1 : kSampleStep;
+  const std::size_t step = options_.verifyMode() == Verify::all ? 1 : RouteCheck::kSampleStep;
   for (std::size_t i = 0; i < routes.routes.size(); i += step) {
-    check.checkPrefix(routes.routes[i].prefix);
+    check.lookUp(routes.routes[i].prefix);
     progress_.doneIs(i);
   }
   result.verifySeconds = secondsSince(start);
   result.lookups = check.lookups();
   result.lookupsWrong = check.wrong();
   result_.faults.insert(result_.faults.end(), check.faults().begin(), check.faults().end());
-}
-
-std::uint64_t LoadRun::countWrongRows() {
-  std::uint64_t wrong = 0;
-  const auto fault = [&](const std::string& text) {
-    ++wrong;
-    if (result_.faults.size() < Agent::LookupCheck::kFaultsKept) {
-      result_.faults.push_back(text + "\n");
-    }
-  };
-  for (const Family family : {Family::ipv4, Family::ipv6}) {
-    const std::uint64_t used = client_.family(family).statistics().rowsUsed;
-    const std::uint64_t held = chip_.rowsUsed(Agent::chipFamily(family));
-    if (used != held) {
-      fault(std::string(Agent::familyName(family)) + " prefix tables: " + std::to_string(held) +
-            " rows are used in the chip, expected " + std::to_string(used));
-    }
-  }
-  const Agent::NextHopGroups& groups = client_.groups();
-  // Groups made up by changes end with their routes.
-  for (std::size_t i = 0; i < groups_.groups().size(); ++i) {
-    const Agent::SwId id = groupIds_[i];
-    if (groups.refusal(id)) {
-      continue;
-    }
-    const std::span<const U64> nextHops = groups.nextHops(id);
-    for (U32 way = 0; way < nextHops.size(); ++way) {
-      const U32 row = groups.block(id).base().value() + way;
-      xpNextHopEntry seen;
-      const XP_STATUS status = chip_.readNextHopRow(row, seen);
-      if (status != XP_NO_ERR || seen.valid != 1 || seen.nextHopId != nextHops[way]) {
-        fault("next-hop row " + std::to_string(row) + ": next hop " +
-              std::to_string(seen.nextHopId) + ", expected " + std::to_string(nextHops[way]));
-      }
-    }
-  }
-  return wrong;
 }
 
 }  // namespace
@@ -445,7 +402,7 @@ LoadResult runLoad(const LoadOptions& options, Progress& progress) {
   try {
     return run.run();
   } catch (const Agent::ChipWriteError& error) {
-    throw LoadStopped(std::string(error.what()) + ": " + run.chipError());
+    throw RunStopped(std::string(error.what()) + ": " + run.chipError());
   }
 }
 

@@ -2,62 +2,14 @@
 
 #include "cli/LoadReport.h"
 
-#include <cstdarg>
-#include <cstdio>
-#include <functional>
+#include "cli/FamilyTable.h"
+#include "cli/Text.h"
+
+#include <utility>
 
 namespace Quarle::Cli {
 
 namespace {
-
-/// A text in the manner of printf.
-[[gnu::format(printf, 1, 2)]] std::string format(const char* form, ...) {
-  char text[256];
-  va_list arguments;
-  va_start(arguments, form);
-  std::vsnprintf(text, sizeof text, form, arguments);
-  va_end(arguments);
-  return text;
-}
-
-/// 1,060,000
-std::string grouped(std::uint64_t number) {
-  const std::string digits = std::to_string(number);
-  std::string text;
-  for (std::size_t i = 0; i < digits.size(); ++i) {
-    if (i != 0 && (digits.size() - i) % 3 == 0) {
-      text += ',';
-    }
-    text += digits[i];
-  }
-  return text;
-}
-
-std::string share(std::uint64_t part, std::uint64_t whole) {
-  const double percent =
-      whole == 0 ? 0 : 100.0 * static_cast<double>(part) / static_cast<double>(whole);
-  return format("%s of %s, %.1f %%", grouped(part).c_str(), grouped(whole).c_str(), percent);
-}
-
-const char* sentence(Agent::RefusalReason reason) {
-  switch (reason) {
-    case Agent::RefusalReason::noRow:
-      return "no row free";
-    case Agent::RefusalReason::rowFull:
-      return "row full";
-    case Agent::RefusalReason::nhiTableFull:
-      return "NHI tiles full";
-    case Agent::RefusalReason::nhiCapacityExceeded:
-      return "NHI entry full";
-    case Agent::RefusalReason::nextHopTableFull:
-      return "no next-hop rows";
-    case Agent::RefusalReason::headroom:
-      return "NHI kept back";
-    case Agent::RefusalReason::invalid:
-      return "cannot be served";
-  }
-  return "unknown";
-}
 
 std::uint64_t refusedFor(const FamilyResult& result, Agent::RefusalReason reason) {
   const auto place = result.refused.find(reason);
@@ -72,29 +24,6 @@ std::uint64_t refusedAll(const FamilyResult& result) {
   return sum;
 }
 
-/// A table with a column for each family.
-class FamilyTable {
- public:
-  explicit FamilyTable(const PhaseResult& phase) : phase_(phase) {
-    text_ += format("%-20s%*s%*s\n", "", kColumn, "IPv4", kColumn, "IPv6");
-  }
-
-  using Cell = std::function<std::string(const FamilyResult&)>;
-
-  void row(const std::string& name, const Cell& cell) {
-    text_ += format("%-20s%*s%*s\n", name.c_str(), kColumn, cell(phase_.ipv4).c_str(), kColumn,
-                    cell(phase_.ipv6).c_str());
-  }
-
-  const std::string& text() const { return text_; }
-
- private:
-  static constexpr int kColumn = 30;
-
-  const PhaseResult& phase_;
-  std::string text_;
-};
-
 std::string lookupText(const FamilyResult& result) {
   return result.lookupsWrong == 0
              ? grouped(result.lookups) + " right"
@@ -102,7 +31,7 @@ std::string lookupText(const FamilyResult& result) {
 }
 
 std::string loadTable(const LoadOptions& options, const PhaseResult& phase) {
-  FamilyTable table(phase);
+  FamilyTable<PhaseResult> table(phase);
   table.row("routes", [](const FamilyResult& r) { return grouped(r.routes); });
   table.row("placed", [](const FamilyResult& r) { return grouped(r.placed); });
   table.row("refused", [](const FamilyResult& r) { return grouped(refusedAll(r)); });
