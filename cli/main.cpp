@@ -5,10 +5,17 @@
 #include "cli/LoadReport.h"
 #include "cli/LoadRun.h"
 #include "cli/Progress.h"
+#include "cli/RestartOptions.h"
+#include "cli/RestartReport.h"
+#include "cli/RestartRun.h"
+#include "cli/RouteInput.h"
+#include "cli/TraceCommand.h"
+#include "cli/shell/ShellCommand.h"
 
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -21,19 +28,45 @@ int fail(ExitCode code, const std::string& text) {
   return code;
 }
 
+void printFaults(const std::vector<std::string>& faults) {
+  for (const std::string& fault : faults) {
+    std::fprintf(stderr, "wrong: %s", fault.c_str());
+  }
+}
+
+/// The code that a run ends with whose result is in `text`.
+int print(const std::string& text, bool isRight) {
+  if (std::fputs(text.c_str(), stdout) == EOF || std::fflush(stdout) != 0) {
+    return fail(kUnusable, "standard output: cannot be written");
+  }
+  return isRight ? kDone : kWrong;
+}
+
 int load(const LoadOptions& options) {
   options.check();
   Progress progress;
   const LoadResult result = runLoad(options, progress);
   progress.clear();
-  for (const std::string& fault : result.faults) {
-    std::fprintf(stderr, "wrong: %s", fault.c_str());
+  printFaults(result.faults);
+  return print(options.json ? toJson(options, result) : toSummary(options, result),
+               result.wrong() == 0);
+}
+
+int restart(const RestartOptions& options) {
+  options.check();
+  Progress progress;
+  const RestartResult result = runRestart(options, progress);
+  progress.clear();
+  if (!result.groupListFault.empty()) {
+    std::fprintf(stderr, "tarnlet: %s; the routes keep their next hops until they are requested\n",
+                 result.groupListFault.c_str());
   }
-  const std::string text = options.json ? toJson(options, result) : toSummary(options, result);
-  if (std::fputs(text.c_str(), stdout) == EOF || std::fflush(stdout) != 0) {
-    return fail(kUnusable, "standard output: cannot be written");
+  for (const std::string& refused : result.refusedWrites) {
+    std::fprintf(stderr, "tarnlet: %s\n", refused.c_str());
   }
-  return result.wrong() == 0 ? kDone : kWrong;
+  printFaults(result.faults);
+  return print(options.json ? toJson(options, result) : toSummary(options, result),
+               result.wrong() == 0);
 }
 
 int run(int argc, char** argv) {
@@ -41,10 +74,20 @@ int run(int argc, char** argv) {
                "tarnlet");
   app.set_version_flag("--version", "tarnlet " TARNLET_VERSION);
   app.require_subcommand(1);
-  LoadOptions options;
+  LoadOptions loadOptions;
   CLI::App* loading = app.add_subcommand(
       "load", "Load a routing table onto a simulated chip and look every route up there");
-  addLoadOptions(*loading, options);
+  addLoadOptions(*loading, loadOptions);
+  RestartOptions restartOptions;
+  CLI::App* restarting = app.add_subcommand(
+      "restart", "Take over a simulated chip as an ended process has left it, and look it over");
+  addRestartOptions(*restarting, restartOptions);
+  TraceOptions traceOptions;
+  CLI::App* tracing =
+      app.add_subcommand("trace", "Print the messages of a production trace, the oldest first");
+  addTraceOptions(*tracing, traceOptions);
+  ShellOptions shellOptions;
+  addShellCommands(app, shellOptions);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -53,7 +96,15 @@ int run(int argc, char** argv) {
     }
     return fail(kUnusable, error.what());
   }
-  return load(options);
+  if (tracing->parsed()) {
+    runTrace(traceOptions);
+    return kDone;
+  }
+  traceToEnvironmentFile();
+  if (shellOptions.isAsked()) {
+    return runShell(shellOptions);
+  }
+  return restarting->parsed() ? restart(restartOptions) : load(loadOptions);
 }
 
 }  // namespace
@@ -64,7 +115,7 @@ int main(int argc, char** argv) {
   using namespace Quarle::Cli;
   try {
     return run(argc, argv);
-  } catch (const LoadStopped& error) {
+  } catch (const RunStopped& error) {
     return fail(kWrong, error.what());
   } catch (const std::exception& error) {
     return fail(kUnusable, error.what());

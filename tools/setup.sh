@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(cmake ninja-build g++ pkg-config nlohmann-json3-dev libcli11-dev libarchive-dev
-  libgtest-dev libgmock-dev librapidcheck-dev libbenchmark-dev)
+  libedit-dev libgtest-dev libgmock-dev librapidcheck-dev libbenchmark-dev)
 if [ "${1:-}" = check ]; then
   packages+=(clang-14 clang-format-14 clang-tidy-14)
 fi
