@@ -204,8 +204,8 @@ class NextHopGroups {
 
   NextHopStatistics statistics() const;
 
-  /// The state machine of the next-hop table, for diagnosis. What is changed there the groups do not
-  /// know of.
+  /// The state machine of the next-hop table, for diagnosis. What is changed there the groups do
+  /// not know of.
   TarnletNextHop::LpmNextHopSm::Ptr engineForDiagnosis() const { return sm_; }
 
  private:
