@@ -26,34 +26,6 @@ using Vellor::GenericIf;
 // Members that are listed without --all.
 constexpr U32 kFirstMembers = 20;
 
-const char* kindText(AttributeKind kind) {
-  switch (kind) {
-    case AttributeKind::value:
-      return "value";
-    case AttributeKind::constant:
-      return "constant";
-    case AttributeKind::computed:
-      return "computed";
-    case AttributeKind::child:
-      return "child";
-    case AttributeKind::map:
-      return "map";
-    case AttributeKind::childMap:
-      return "childMap";
-    case AttributeKind::tree:
-      return "tree";
-    case AttributeKind::queue:
-      return "queue";
-    case AttributeKind::array:
-      return "array";
-    case AttributeKind::view:
-      return "view";
-    case AttributeKind::operation:
-      return "operation";
-  }
-  return "unknown";
-}
-
 const Vellor::FwkType* typeOf(Vellor::AttributeFace::TypeOf type) {
   return type == nullptr ? nullptr : type();
 }
@@ -134,7 +106,7 @@ void describeAttribute(const Session& session,
     const std::optional<U32> count = countOf(place);
     if (output.json()) {
       output.object({{"name", name},
-                     {"kind", kindText(face.kind)},
+                     {"kind", Vellor::attributeKindName(face.kind)},
                      {"key", typeText(typeOf(face.keyType))},
                      {"type", typeText(typeOf(face.type))},
                      {"count", count ? Json(*count) : Json()}});
@@ -152,7 +124,7 @@ void describeAttribute(const Session& session,
   }
   if (output.json()) {
     output.object({{"name", name},
-                   {"kind", kindText(face.kind)},
+                   {"kind", Vellor::attributeKindName(face.kind)},
                    {"type", text ? Json(typeText(typeOf(face.type))) : Json()},
                    {"value", text ? jsonOf(*text) : Json()}});
   } else {
@@ -224,11 +196,14 @@ GenericIf::Ptr operate(const ObjectPlace& place,
     place.holder->attributeOp({place.attribute, kind}, arg, result);
     return result;
   } catch (const Vellor::ImmutableAttrMutationException&) {
-    throw ShellError(place.path + " cannot be changed, it is " + kindText(place.face().kind));
+    throw ShellError(place.path + " cannot be changed, it is " +
+                     Vellor::attributeKindName(place.face().kind));
   } catch (const Vellor::NondeletableAttrException&) {
-    throw ShellError(place.path + " cannot be removed, it is " + kindText(place.face().kind));
+    throw ShellError(place.path + " cannot be removed, it is " +
+                     Vellor::attributeKindName(place.face().kind));
   } catch (const Vellor::OpNotSupportedException&) {
-    throw ShellError(place.path + " does not offer that, it is " + kindText(place.face().kind));
+    throw ShellError(place.path + " does not offer that, it is " +
+                     Vellor::attributeKindName(place.face().kind));
   } catch (const Vellor::RangeException& misuse) {
     throw ShellError(place.path + ": " + withExpected(misuse.message().str(), expected));
   }

@@ -12,6 +12,34 @@ const TypeFace* faceOf(const GenericIf& value) { return value.type().face(); }
 
 }  // namespace
 
+const char* attributeKindName(AttributeKind kind) {
+  switch (kind) {
+    case AttributeKind::value:
+      return "value";
+    case AttributeKind::constant:
+      return "constant";
+    case AttributeKind::computed:
+      return "computed";
+    case AttributeKind::child:
+      return "child";
+    case AttributeKind::map:
+      return "map";
+    case AttributeKind::childMap:
+      return "childMap";
+    case AttributeKind::tree:
+      return "tree";
+    case AttributeKind::queue:
+      return "queue";
+    case AttributeKind::array:
+      return "array";
+    case AttributeKind::view:
+      return "view";
+    case AttributeKind::operation:
+      return "operation";
+  }
+  return "unknown";
+}
+
 GenericIf::Ptr GenericIf::genericIfListConstructor(const List_&) const {
   throwOpNotSupportedException(type().name);
 }

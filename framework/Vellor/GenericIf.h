@@ -18,6 +18,9 @@ namespace Vellor {
 
 struct AttributeFace;
 
+/// The name of a kind as it stands in `AttributeKind`.
+VELLOR_API const char* attributeKindName(AttributeKind kind);
+
 /// What attributeOp() does with an attribute. From 128 on it mutates, which a const instance
 /// refuses.
 ///

@@ -20,34 +20,6 @@
 namespace Vellor {
 namespace {
 
-const char* kindName(AttributeKind kind) {
-  switch (kind) {
-    case AttributeKind::value:
-      return "value";
-    case AttributeKind::constant:
-      return "constant";
-    case AttributeKind::computed:
-      return "computed";
-    case AttributeKind::child:
-      return "child";
-    case AttributeKind::map:
-      return "map";
-    case AttributeKind::childMap:
-      return "childMap";
-    case AttributeKind::tree:
-      return "tree";
-    case AttributeKind::queue:
-      return "queue";
-    case AttributeKind::array:
-      return "array";
-    case AttributeKind::view:
-      return "view";
-    case AttributeKind::operation:
-      return "operation";
-  }
-  return "?";
-}
-
 std::string typeName(AttributeFace::TypeOf type) {
   if (type == nullptr) {
     return "nothing";
@@ -58,7 +30,7 @@ std::string typeName(AttributeFace::TypeOf type) {
 
 std::string told(const AttributeFace& face) {
   std::ostringstream text;
-  text << kindName(face.kind) << " " << face.name;
+  text << attributeKindName(face.kind) << " " << face.name;
   if (face.kind == AttributeKind::operation) {
     text << "(";
     for (U32 i = 0; i < face.arguments; ++i) {
