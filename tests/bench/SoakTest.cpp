@@ -1,14 +1,10 @@
 // The soak from outside: which runs it makes, when it ends, and what it says of one that fails.
 // Most of it drives a program that only looks like the property tests.
 
-#include <sys/wait.h>
-
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "tests/cli/Program.h"
@@ -19,17 +15,14 @@
 namespace Quarle::Bench {
 namespace {
 
+using Cli::Testing::contentOf;
 using Cli::Testing::TemporaryDirectory;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 
-struct SoakRun {
-  int exitCode = -1;
-  std::string out;
-  std::string err;
-};
+using SoakRun = Cli::Testing::ProgramRun;
 
 class Soak : public ::testing::Test {
  protected:
@@ -49,27 +42,15 @@ class Soak : public ::testing::Test {
   }
 
   SoakRun soak(const std::string& arguments, const std::string& build) const {
-    const std::string out = directory.path("out");
-    const std::string err = directory.path("err");
-    const std::string command = "BUILD=" + build + " " TARNLET_SOURCE_DIR "/bench/soak " +
-                                arguments + " >" + out + " 2>" + err;
-    const int status = std::system(command.c_str());
-    return {.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1,
-            .out = content(out),
-            .err = content(err)};
+    return Cli::Testing::runCommand("BUILD=" + build + " " TARNLET_SOURCE_DIR "/bench/soak " +
+                                    arguments);
   }
 
   SoakRun soak(const std::string& arguments) const {
     return soak(arguments, directory.path("build"));
   }
 
-  std::string runs() const { return content(directory.path("runs")); }
-
-  static std::string content(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-  }
+  std::string runs() const { return contentOf(directory.path("runs")); }
 
   TemporaryDirectory directory;
 };

@@ -52,22 +52,27 @@ struct ProgramRun {
   nlohmann::json json() const { return nlohmann::json::parse(out); }
 };
 
-/// Runs `tarnlet` with arguments in the shell's spelling, both streams into files.
-inline ProgramRun runProgram(const std::string& arguments) {
+inline std::string contentOf(const std::string& path) {
+  std::ostringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
+  return text.str();
+}
+
+/// Runs a command in the shell's spelling, both streams into files.
+inline ProgramRun runCommand(const std::string& command) {
   const TemporaryDirectory directory;
   const std::string out = directory.path("out");
   const std::string err = directory.path("err");
-  const std::string command =
-      std::string(TARNLET_PROGRAM) + " " + arguments + " >" + out + " 2>" + err;
-  const int status = std::system(command.c_str());
-  const auto content = [](const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-  };
+  const std::string whole = command + " >" + out + " 2>" + err;
+  const int status = std::system(whole.c_str());
   return {.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1,
-          .out = content(out),
-          .err = content(err)};
+          .out = contentOf(out),
+          .err = contentOf(err)};
+}
+
+/// Runs `tarnlet` with arguments in the shell's spelling.
+inline ProgramRun runProgram(const std::string& arguments) {
+  return runCommand(std::string(TARNLET_PROGRAM) + " " + arguments);
 }
 
 }  // namespace Quarle::Cli::Testing

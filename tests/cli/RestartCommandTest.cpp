@@ -15,16 +15,11 @@ namespace Quarle::Cli {
 namespace {
 
 using nlohmann::json;
+using Testing::contentOf;
 using ::testing::HasSubstr;
 using Testing::ProgramRun;
 using Testing::runProgram;
 using Testing::TemporaryDirectory;
-
-std::string contentOf(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
-}
 
 /// Runs of blanks as one.
 std::string tight(const std::string& text) {

@@ -19,6 +19,7 @@ namespace Quarle::Cli {
 namespace {
 
 using nlohmann::json;
+using Testing::contentOf;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using Testing::ProgramRun;
@@ -118,11 +119,7 @@ TEST_F(TraceCommand, followsAFileThatIsWritten) {
     execl(TARNLET_PROGRAM, "tarnlet", "trace", "--follow", path.c_str(), nullptr);
     _exit(127);
   }
-  const auto linesNow = [&] {
-    std::ostringstream text;
-    text << std::ifstream(out).rdbuf();
-    return linesOf(text.str());
-  };
+  const auto linesNow = [&] { return linesOf(contentOf(out)); };
   const auto awaitLines = [&](std::size_t count) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (linesNow().size() < count && std::chrono::steady_clock::now() < deadline) {
