@@ -119,6 +119,17 @@ void Asker::resynchronise() {
   }
 }
 
+void Asker::thinOut(U32 nth) {
+  for (U32 route = 0; route < wishes_.size(); ++route) {
+    if (route % nth != 0) {
+      request(route, Wishes::kNone);
+    }
+  }
+  for (const Family family : {Family::ipv4, Family::ipv6}) {
+    client_.family(family).retryRefused(wishes_.size());
+  }
+}
+
 void Asker::change(Random& random) {
   const U32 route = random.below(wishes_.size());
   const U32 list = 1 + random.below(kLists);

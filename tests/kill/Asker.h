@@ -29,6 +29,14 @@ class Asker {
   /// room is ample and a route is refused that stands already.
   void resynchronise();
 
+  /// Withdraws all routes but every `nth` one, and has those served that were waiting for room.
+  void thinOut(U32 nth);
+
+  /// Whether the client tells of the route that it is not as wanted.
+  bool isRefused(U32 route) {
+    return familyOf(route).refused().find(wishes_.key(route)) != nullptr;
+  }
+
   /// One random request: a route, a withdrawal, or other next hops for a whole group.
   void change(Random& random);
 

@@ -99,11 +99,24 @@ class Killed : public ::testing::Test {
     }
     Asker asker(*next.client, next.chip, room, wishes);
     asker.resynchronise();
-    ASSERT_EQ(wishes.faults(next.chip), "") << "resynchronised";
     if (room == Room::ample) {
+      ASSERT_EQ(wishes.faults(next.chip), "") << "resynchronised";
       ASSERT_TRUE(wishes.isSettled());
+    } else if (!wishes.faults(next.chip).empty()) {
+      ASSERT_NO_FATAL_FAILURE(comesRightWithRoom(next, asker));
     }
     ASSERT_EQ(asker.audited(), "");
+  }
+
+  /// A compaction slides a block over itself. Who is killed there leaves a row that reads the wrong
+  /// pairs, and its routes need a new block to be put right. While there is no room for one they
+  /// must be on the list of refused, and come right as soon as there is.
+  void comesRightWithRoom(ImageClient& next, Asker& asker) {
+    ++unmended;
+    ASSERT_EQ(wishes.faults(next.chip, [&](U32 route) { return asker.isRefused(route); }), "")
+        << "resynchronised";
+    asker.thinOut(/*nth=*/30);
+    ASSERT_EQ(wishes.faults(next.chip), "") << "with room again";
   }
 
   const U64 seed = Tarnlet::Testing::testSeed();
@@ -113,6 +126,8 @@ class Killed : public ::testing::Test {
   TestFolder folder;
   const std::filesystem::path path = folder / "chip.img";
   U64 begun = 0;
+  // Restarts behind which some routes had to wait for room to be right again.
+  U64 unmended = 0;
 };
 
 TEST_F(Killed, atAnyMomentNoAnswerWasWrongAndTheNextOneGoesOn) {
@@ -143,6 +158,7 @@ TEST_F(Killed, onAChipTooSmallTheNextOneBringsOrder) {
     }
   }
   EXPECT_GT(begun, 5'000U);
+  EXPECT_LE(unmended, 5U);
 }
 
 }  // namespace

@@ -117,24 +117,27 @@ bool Wishes::mayLeadTo(U32 route, const std::vector<U64>& nextHops) const {
   return !nextHops.empty();
 }
 
-bool Wishes::isRight(const Address& address, const Seen& seen) const {
+bool Wishes::isRight(const Address& address,
+                     const Seen& seen,
+                     const RoutePredicate& isRefused) const {
   for (const U32 route : address.covering) {
+    const bool isExcused = isRefused && isRefused(route);
     if (seen.matched && seen.length == keys_[route].prefix.length) {
-      return mayLeadTo(route, seen.nextHops);
+      return isExcused || mayLeadTo(route, seen.nextHops);
     }
     const std::vector<U32>& lists = states_[route];
-    if (std::find(lists.begin(), lists.end(), kNone) == lists.end()) {
+    if (!isExcused && std::find(lists.begin(), lists.end(), kNone) == lists.end()) {
       return false;
     }
   }
   return !seen.matched;
 }
 
-std::string Wishes::faults(const XdkSim::Chip& chip) const {
+std::string Wishes::faults(const XdkSim::Chip& chip, const RoutePredicate& isRefused) const {
   std::string faults;
   for (const Address& address : addresses_) {
     const Seen seen = lookUp(chip, address);
-    if (isRight(address, seen)) {
+    if (isRight(address, seen, isRefused)) {
       continue;
     }
     faults += "vrf " + std::to_string(address.vrf) + " " + toText(address.address) + ": " +

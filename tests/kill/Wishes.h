@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,8 @@ namespace Quarle::Agent::Testing {
 class Wishes {
  public:
   static constexpr U32 kNone = 0;
+
+  using RoutePredicate = std::function<bool(U32 route)>;
 
   explicit Wishes(std::vector<RouteKey> keys);
 
@@ -44,8 +47,8 @@ class Wishes {
 
   /// What is wrong with the chip's answers to the first and last address of each route, a line
   /// each. Next hops that are rewritten where they are may show some ways of the old list and some
-  /// of the new one.
-  std::string faults(const XdkSim::Chip& chip) const;
+  /// of the new one. A route that `isRefused` may lead anywhere, or not be there.
+  std::string faults(const XdkSim::Chip& chip, const RoutePredicate& isRefused = {}) const;
 
  private:
   struct Address {
@@ -65,7 +68,7 @@ class Wishes {
 
   static Seen lookUp(const XdkSim::Chip& chip, const Address& address);
   bool mayLeadTo(U32 route, const std::vector<U64>& nextHops) const;
-  bool isRight(const Address& address, const Seen& seen) const;
+  bool isRight(const Address& address, const Seen& seen, const RoutePredicate& isRefused) const;
 
   std::vector<RouteKey> keys_;
   // The lists that each may lead to, the one wanted last.
