@@ -94,9 +94,6 @@ void LpmSm::handleRequest(const LpmPrefix::Ptr& lpmPrefix) {
     VELLOR_TRACE(tarnletSmTrace, 3, " not initialized " << lpmPrefix->stringValue());
     return;
   }
-  // Both are a cache miss with a large table, and they overlap.
-  prefixToSubTrie_.prefetch(lpmPrefix);
-  status_->prefixToNextHopBlockCollection().prefetch(lpmPrefix);
   const bool wanted = config_->request(lpmPrefix) != NextHopBlock();
   const bool installed = prefixToSubTrie_.isMember(lpmPrefix);
   if (wanted && installed) {

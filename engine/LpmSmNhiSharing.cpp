@@ -21,16 +21,14 @@ NhiInfoKey LpmSm::generateNhiInfoKey(const SubTrie::Ptr& subTrie) const {
   const U32 slots = subTrie->maxPrefixSlot();
   const auto& prefixes = subTrie->prefixCollection();
   const auto& requests = config_->requestCollection();
-  // All places are asked for before the first is read: with a large table each is a cache miss, and
-  // they overlap.
+  // All objects are asked for before the first is read: with a large table each is a cache miss,
+  // and they overlap.
   std::array<const LpmPrefix::Ptr*, 256> inSlot;
-  std::array<U32, 256> hash;
   for (U32 slot = 0; slot < slots; ++slot) {
     const LpmPrefix::Ptr* prefix = prefixes.find(static_cast<U8>(slot));
     inSlot[slot] = prefix != nullptr && *prefix != nullptr ? prefix : nullptr;
     if (inSlot[slot] != nullptr) {
-      hash[slot] = requests.prefetch(*inSlot[slot]);
-      // The write command will count a reference on it.
+      // It holds its request, and the write command will count a reference on it.
       __builtin_prefetch(inSlot[slot]->get(), 1);
     }
   }
@@ -40,7 +38,7 @@ NhiInfoKey LpmSm::generateNhiInfoKey(const SubTrie::Ptr& subTrie) const {
     // Empty slots go in too: they fix the slot count, and with it the size of the block.
     NextHopBlock block;
     if (inSlot[slot] != nullptr) {
-      if (const auto* request = requests.find(*inSlot[slot], hash[slot])) {
+      if (const auto* request = requests.find(*inSlot[slot])) {
         block = request->value;
       }
     }
@@ -67,11 +65,11 @@ NhiInfo::Ptr LpmSm::allocateNhiInfo(const SubTrie::Ptr& subTrie,
                    subTrie->str(), " nhiBaseIdx ", nhiBaseIdx.str());
   VELLOR_INVARIANT(subTrie->prefixs(), "subTrie->prefixs()", " subtrie ", subTrie->str(),
                    " nhiInfoKey ", key.str(), " nhiBaseIdx ", nhiBaseIdx.str());
-  NhiInfo::Ptr nhiInfo = sharedNhi(key);
-  if (nhiInfo) {
+  bool made = false;
+  NhiInfo::Ptr nhiInfo = sharedNhi_.getOrMake(key, made, [&key] { return nhiInfoFactory(key); });
+  if (!made) {
     VELLOR_TRACE(tarnletSmTrace, kTraceLevel, " nhiInfo found " << nhiInfo->str());
   } else {
-    nhiInfo = sharedNhiIs(key);
     VELLOR_INVARIANT(nhiInfo, "nhiInfo", " subtrie ", subTrie->str(), " nhiInfoKey ", key.str());
     nhiInfo->nhiBaseIdxIs(nhiBaseIdx);
     nhiInfo->subTrieCountIs(0);

@@ -12,6 +12,8 @@ namespace Quarle::Tarnlet {
 
 using TarnletNextHop::NextHopBlock;
 
+class SubTrie;
+
 /// Bits of the VRF in front of every key.
 inline constexpr U8 kVrfBits = 16;
 
@@ -36,6 +38,18 @@ class VELLOR_API LpmPrefix : public Vellor::PtrInterface {
 
   /// "vrf %d prefix %s".
   virtual Vellor::String8 stringValue() const;
+
+  // What the maps of a configuration, its status, its engine and a sub-trie say of the prefix.
+  auto& vellorHeldValues(const NextHopBlock*) { return nextHopBlocks_; }
+
+  auto& vellorHeldValues(const Vellor::Ptr<SubTrie>*) { return subTrie_; }
+
+  auto& vellorHeldValues(const U8*) { return slot_; }
+
+ private:
+  Vellor::HeldValues<NextHopBlock, 2> nextHopBlocks_;
+  Vellor::HeldValues<Vellor::Ptr<SubTrie>, 1> subTrie_;
+  Vellor::HeldValues<U8, 1> slot_;
 };
 
 class VELLOR_API LpmPrefixV4 : public LpmPrefix {

@@ -84,7 +84,6 @@ class VELLOR_API SubTrie : public Vellor::PtrInterface {
   /// with a large table each is a cache miss.
   void prefetchParts() const {
     prefix_.prefetchAll();
-    prefixToSlot_.prefetchAll();
     __builtin_prefetch(prefixBitmap_.get());
     nhiInfoKey_.prefetch();
   }
@@ -96,8 +95,13 @@ class VELLOR_API SubTrie : public Vellor::PtrInterface {
   /// between commas, then "/" key and "/" base.
   Vellor::String8 str() const;
 
+  // Its membership in the set of those that share its block.
+  auto& vellorHeldValues(const bool*) { return isInSet_; }
+
  private:
   U8 entrySize() const;
+
+  Vellor::HeldValues<bool, 1> isInSet_;
 };
 
 VELLOR_API SubTrie::Ptr subTrieFactory(PrefixTableIdx index,

@@ -4,6 +4,7 @@
 
 #include "framework/Vellor/DynArray.h"
 #include "framework/Vellor/HashMap.h"
+#include "framework/Vellor/HeldMap.h"
 #include "framework/Vellor/LinkQueue.h"
 #include "framework/Vellor/PtrInterface.h"
 #include "framework/Vellor/RbTreeMap.h"

@@ -11,6 +11,7 @@
 #include "framework/Vellor/HashMap.h"
 #include "framework/Vellor/HashTable.h"
 #include "framework/Vellor/HashTableWalk.h"
+#include "framework/Vellor/HeldMap.h"
 #include "framework/Vellor/Identifier.h"
 #include "framework/Vellor/Invariant.h"
 #include "framework/Vellor/LinkQueue.h"
