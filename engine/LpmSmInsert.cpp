@@ -190,6 +190,7 @@ RouteReturnCode LpmSm::insertPrefixToSubTrie(const LpmPrefix::Ptr& lpmPrefix,
     VELLOR_TRACE(tarnletSmTrace, kTraceLevel, " hash collision " << subTrie->str());
     return RouteReturnCode::hashCollision;
   }
+  subTrie->prefetchPrefixes();
   const U8 newNumPrefixes = static_cast<U8>(subTrie->maxPrefixSlot() + 1);
   VELLOR_TRACE(tarnletSmTrace, kTraceLevel, " newNumPrefixes " << unsigned{newNumPrefixes});
   if (!subTrie->fit(layout.branchLen, layout.stride, newNumPrefixes, subTrie->mode())) {

@@ -29,7 +29,7 @@ NhiInfoKey LpmSm::generateNhiInfoKey(const SubTrie::Ptr& subTrie) const {
     inSlot[slot] = prefix != nullptr && *prefix != nullptr ? prefix : nullptr;
     if (inSlot[slot] != nullptr) {
       // It holds its request, and the write command will count a reference on it.
-      __builtin_prefetch(inSlot[slot]->get(), 1);
+      Vellor::prefetch(inSlot[slot]->get());
     }
   }
   NhiInfoKey key;

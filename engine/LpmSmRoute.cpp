@@ -101,6 +101,7 @@ void LpmSm::insertPrefix(const LpmPrefix::Ptr& lpmPrefix) {
 void LpmSm::updatePrefix(const LpmPrefix::Ptr& lpmPrefix) {
   const SubTrie::Ptr subTrie = prefixToSubTrie(lpmPrefix);
   VELLOR_INVARIANT(subTrie, "subTrie", " lpmPrefix ", lpmPrefix->stringValue());
+  subTrie->prefetchParts();
   if (!updateNhiInfoForSubTrie(subTrie)) {
     VELLOR_TRACE(tarnletSmTrace, kTraceLevel, " update failed " << lpmPrefix->stringValue());
     return;
@@ -113,6 +114,8 @@ void LpmSm::updatePrefix(const LpmPrefix::Ptr& lpmPrefix) {
 void LpmSm::deletePrefix(const LpmPrefix::Ptr& lpmPrefix) {
   const SubTrie::Ptr subTrie = prefixToSubTrie(lpmPrefix);
   VELLOR_INVARIANT(subTrie, "subTrie", " lpmPrefix ", lpmPrefix->stringValue());
+  subTrie->prefetchParts();
+  subTrie->prefetchPrefixes();
   subTrie->removePrefix(lpmPrefix);
   prefixToSubTrieDel(lpmPrefix);
   const bool prefixesLeft = subTrie->prefixs() != 0;

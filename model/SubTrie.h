@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 #include "framework/Brumel/Bitmap.h"
 #include "framework/Vellor/Export.h"
 #include "framework/Vellor/Schema.h"
@@ -84,8 +86,19 @@ class VELLOR_API SubTrie : public Vellor::PtrInterface {
   /// with a large table each is a cache miss.
   void prefetchParts() const {
     prefix_.prefetchAll();
-    __builtin_prefetch(prefixBitmap_.get());
+    prefixToSlot_.prefetchAll();
+    Vellor::prefetch(prefixBitmap_.get());
     nhiInfoKey_.prefetch();
+  }
+
+  /// The same for its prefixes.
+  void prefetchPrefixes() const {
+    for (U32 slot = 0; slot < maxPrefixSlot_; ++slot) {
+      if (const LpmPrefix::Ptr* prefix = prefix_.find(static_cast<U8>(slot))) {
+        Vellor::prefetch(prefix->get());
+        Vellor::prefetch(reinterpret_cast<const std::byte*>(prefix->get()) + 64);
+      }
+    }
   }
 
   /// Everything of the sub-trie, one line each, to trace level 9.

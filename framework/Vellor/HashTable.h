@@ -9,6 +9,7 @@
 
 #include "framework/Vellor/MapMember.h"
 #include "framework/Vellor/Pool.h"
+#include "framework/Vellor/Prefetch.h"
 #include "framework/Vellor/Types.h"
 
 namespace Vellor {
@@ -85,7 +86,7 @@ class HashTable {
   U32 prefetch(const Key& key) const {
     const U32 hash = placementHash(key);
     if (rep_ != nullptr) {
-      __builtin_prefetch(rep_->members() + rep_->home(hash));
+      Vellor::prefetch(rep_->members() + rep_->home(hash));
     }
     return hash;
   }
@@ -98,8 +99,8 @@ class HashTable {
   /// Asks the memory for the first lines of a small map.
   void prefetchAll() const {
     if (rep_ != nullptr) {
-      __builtin_prefetch(rep_);
-      __builtin_prefetch(reinterpret_cast<const std::byte*>(rep_) + 64);
+      Vellor::prefetch(rep_);
+      Vellor::prefetch(reinterpret_cast<const std::byte*>(rep_) + 64);
     }
   }
 

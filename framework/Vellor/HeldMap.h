@@ -13,6 +13,7 @@
 #include "framework/Vellor/Exception.h"
 #include "framework/Vellor/HashMap.h"
 #include "framework/Vellor/Pool.h"
+#include "framework/Vellor/Prefetch.h"
 #include "framework/Vellor/Ptr.h"
 #include "framework/Vellor/Types.h"
 
@@ -196,6 +197,9 @@ class HashMap<Ptr<T>, Value> {
       }
     }
   }
+
+  /// Asks the memory for the list of keys.
+  void prefetchAll() const { prefetch(list_); }
 
   Iterator iterator() const { return Iterator(this); }
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "framework/Vellor/Pool.h"
+#include "framework/Vellor/Prefetch.h"
 #include "framework/Vellor/Ptr.h"
 #include "framework/Vellor/Types.h"
 
@@ -162,7 +163,7 @@ class RbTreeMap {
   bool sharesContentWith(const RbTreeMap& other) const { return rep_ == other.rep_; }
 
   /// Asks the memory for the content; worth it when other work comes before the first look.
-  void prefetch() const { __builtin_prefetch(rep_); }
+  void prefetch() const { Vellor::prefetch(rep_); }
 
   friend bool operator==(const RbTreeMap& a, const RbTreeMap& b) {
     if (a.rep_ == b.rep_) {

@@ -8,6 +8,7 @@
 
 #include "framework/Vellor/HashMap.h"
 #include "framework/Vellor/Pool.h"
+#include "framework/Vellor/Prefetch.h"
 #include "framework/Vellor/Ptr.h"
 #include "framework/Vellor/Types.h"
 
@@ -135,8 +136,8 @@ class HashMap<U8, Value> {
 
   /// Asks the memory for the first lines.
   void prefetchAll() const {
-    __builtin_prefetch(rep_);
-    __builtin_prefetch(reinterpret_cast<const std::byte*>(rep_) + 64);
+    Vellor::prefetch(rep_);
+    Vellor::prefetch(reinterpret_cast<const std::byte*>(rep_) + 64);
   }
 
   friend bool operator==(const HashMap& a, const HashMap& b) {

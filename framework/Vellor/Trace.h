@@ -28,11 +28,15 @@ class VELLOR_API TraceHandle {
   const char* facility() const { return facility_; }
 
   bool on(U32 level) const {
-    return ((mask_ >> level & 1U) != 0 && levelIsOn(level)) || coverageStream_ != nullptr;
+    // One branch, which the processor learns never to take.
+    if (((mask_ >> level & 1U) | U64{coverageStream_ != nullptr}) == 0) [[likely]] {
+      return false;
+    }
+    return levelIsOn(level) || coverageStream_ != nullptr;
   }
 
   /// Whether the master switch and the level's switch are on.
-  bool levelIsOn(U32 level) const;
+  [[gnu::cold]] bool levelIsOn(U32 level) const;
 
   /// The switches by the unit's name; they hold from the unit's next statement on, used already or
   /// not.
@@ -61,14 +65,14 @@ using TraceSink = std::function<void(const char* facility,
 VELLOR_API void traceSinkIs(TraceSink sink);
 
 /// Hands one finished statement to the sink, and to `coverageStream_` when that is set.
-VELLOR_API void traceHelper(const char* facility,
-                            const char* tag,
-                            const std::ostringstream& stream,
-                            U32 level,
-                            bool levelIsOn,
-                            const char* file,
-                            U32 line,
-                            const char* function);
+[[gnu::cold]] VELLOR_API void traceHelper(const char* facility,
+                                          const char* tag,
+                                          const std::ostringstream& stream,
+                                          U32 level,
+                                          bool levelIsOn,
+                                          const char* file,
+                                          U32 line,
+                                          const char* function);
 
 }  // namespace Vellor
 

@@ -17,6 +17,7 @@
 #include "framework/Vellor/LinkQueue.h"
 #include "framework/Vellor/MapMember.h"
 #include "framework/Vellor/Pool.h"
+#include "framework/Vellor/Prefetch.h"
 #include "framework/Vellor/Ptr.h"
 #include "framework/Vellor/PtrInterface.h"
 #include "framework/Vellor/RbTreeMap.h"
