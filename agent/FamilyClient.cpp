@@ -113,6 +113,16 @@ bool FamilyClient::canBeServed(const RouteKey& key) const {
   return key.prefix.length <= options_.maxLength && isOfFamily(key);
 }
 
+std::optional<RefusalReason> FamilyClient::refusalAheadOfTables(const RouteKey& key) const {
+  if (!canBeServed(key)) {
+    return RefusalReason::invalid;
+  }
+  if (!room_.forNewRoute()) {
+    return RefusalReason::headroom;
+  }
+  return std::nullopt;
+}
+
 FamilyClient::Request FamilyClient::want(const RouteKey& key, SwId group) {
   if (!canBeServed(key)) {
     return refuse(key, group, RefusalReason::invalid);

@@ -157,6 +157,9 @@ class FamilyClient {
   /// REQUIRES: `key.prefix` is of this family.
   Answer routeDel(const RouteKey& key);
 
+  /// Why a new route would be refused whatever the prefix tables hold; nothing when they decide.
+  std::optional<RefusalReason> refusalAheadOfTables(const RouteKey& key) const;
+
   /// Makes the changes one after the other, as `routeIs` and `routeDel` would, and writes an answer
   /// for each unless `answers` is empty. Refused writes are raised after the last change.
   ///

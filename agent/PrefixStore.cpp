@@ -2,17 +2,17 @@
 
 namespace Quarle::Agent {
 
-namespace {
-
-Dunlix::VrfAndPrefix keyV4(const RouteKey& key) {
+Dunlix::VrfAndPrefix vrfAndPrefixOf(const RouteKey& key) {
   const auto& bytes = key.prefix.address;
   const U32 address = U32{bytes[0]} << 24 | U32{bytes[1]} << 16 | U32{bytes[2]} << 8 | bytes[3];
   return {key.vrf, Corsel::Prefix(address, key.prefix.length)};
 }
 
-Dunlix::VrfAndIp6Prefix keyV6(const RouteKey& key) {
+Dunlix::VrfAndIp6Prefix vrfAndIp6PrefixOf(const RouteKey& key) {
   return {key.vrf, Corsel::Ip6Prefix(key.prefix.address, key.prefix.length)};
 }
+
+namespace {
 
 /// The map tells a new object from an old one by its count alone.
 template <class Config, class Key>
@@ -25,21 +25,22 @@ PrefixStore::Interned internIn(Config& config, const Key& key) {
 }  // namespace
 
 PrefixStore::Interned PrefixStore::intern(const RouteKey& key) {
-  return configV4_ != nullptr ? internIn(*configV4_, keyV4(key)) : internIn(*configV6_, keyV6(key));
+  return configV4_ != nullptr ? internIn(*configV4_, vrfAndPrefixOf(key))
+                              : internIn(*configV6_, vrfAndIp6PrefixOf(key));
 }
 
 Tarnlet::LpmPrefix::Ptr PrefixStore::find(const RouteKey& key) const {
   if (configV4_ != nullptr) {
-    return configV4_->lpmPrefix(keyV4(key));
+    return configV4_->lpmPrefix(vrfAndPrefixOf(key));
   }
-  return configV6_->lpmPrefix(keyV6(key));
+  return configV6_->lpmPrefix(vrfAndIp6PrefixOf(key));
 }
 
 void PrefixStore::forget(const RouteKey& key) {
   if (configV4_ != nullptr) {
-    configV4_->lpmPrefixDel(keyV4(key));
+    configV4_->lpmPrefixDel(vrfAndPrefixOf(key));
   } else {
-    configV6_->lpmPrefixDel(keyV6(key));
+    configV6_->lpmPrefixDel(vrfAndIp6PrefixOf(key));
   }
 }
 

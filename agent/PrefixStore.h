@@ -41,6 +41,10 @@ class PrefixStore {
   Tarnlet::ConfigV6::Ptr configV6_;
 };
 
+/// The key of an IPv4 route, or of an IPv6 route, as the library spells it.
+Dunlix::VrfAndPrefix vrfAndPrefixOf(const RouteKey& key);
+Dunlix::VrfAndIp6Prefix vrfAndIp6PrefixOf(const RouteKey& key);
+
 /// The key of a prefix object.
 RouteKey routeKeyOf(Family family, const Tarnlet::LpmPrefix& prefix);
 

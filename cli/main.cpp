@@ -11,7 +11,9 @@
 #include "cli/RouteInput.h"
 #include "cli/TraceCommand.h"
 #include "cli/shell/ShellCommand.h"
+#include "cli/shell/Words.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -69,6 +71,46 @@ int restart(const RestartOptions& options) {
                result.wrong() == 0);
 }
 
+/// The first word behind the command that it does not know, or nothing.
+std::string unknownOption(const CLI::App& command, const std::vector<std::string>& words) {
+  for (const std::string& word : words) {
+    const std::string name = word.substr(0, word.find('='));
+    if (name.starts_with("--") && command.get_option_no_throw(name) == nullptr) {
+      return name;
+    }
+  }
+  return "";
+}
+
+/// What is wrong with the command line, and what was meant perhaps: the parser says no more than
+/// that a word was not expected.
+std::string faultOf(const CLI::App& app,
+                    const std::vector<std::string>& words,
+                    const CLI::ParseError& error) {
+  if (words.empty()) {
+    return "no command given, expected one that tarnlet --help lists";
+  }
+  std::vector<std::string> names;
+  for (const CLI::App* command : app.get_subcommands({})) {
+    names.push_back(command->get_name());
+  }
+  if (std::find(names.begin(), names.end(), words[0]) == names.end()) {
+    return "there is no command " + Agent::inQuotes(words[0]) +
+           ", expected one that tarnlet --help lists" + nearestText(words[0], names);
+  }
+  const CLI::App& command = *app.get_subcommand(words[0]);
+  const std::string option = unknownOption(command, words);
+  if (option.empty()) {
+    return error.what();
+  }
+  names.clear();
+  for (const CLI::Option* known : command.get_options()) {
+    names.push_back(known->get_name());
+  }
+  return words[0] + ": there is no option " + Agent::inQuotes(option) +
+         ", expected one that tarnlet " + words[0] + " --help lists" + nearestText(option, names);
+}
+
 int run(int argc, char** argv) {
   CLI::App app("Manages the longest-prefix-match tables of a switch chip, here a simulated one.",
                "tarnlet");
@@ -94,7 +136,7 @@ int run(int argc, char** argv) {
     if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
       return app.exit(error);
     }
-    return fail(kUnusable, error.what());
+    return fail(kUnusable, faultOf(app, {argv + 1, argv + argc}, error));
   }
   if (tracing->parsed()) {
     runTrace(traceOptions);

@@ -54,7 +54,10 @@ VELLOR_REFLECTED_TYPE(SubTrie, "Quarle::Tarnlet::SubTrie", kSubTrie);
 VELLOR_REFLECTED_TYPE(SubTrieSet, "Quarle::Tarnlet::SubTrieSet", kNone);
 VELLOR_REFLECTED_TYPE(NhiInfo, "Quarle::Tarnlet::NhiInfo", kNone);
 VELLOR_REFLECTED_TYPE(PrefixTableConfig, "Quarle::Tarnlet::PrefixTableConfig", kPrefixTableConfig);
-VELLOR_REFLECTED_TYPE(PrefixTable, "Quarle::Tarnlet::PrefixTable", kNone);
+VELLOR_REFLECTED_CHILD(PrefixTable,
+                       "Quarle::Tarnlet::PrefixTable",
+                       kNone,
+                       Vellor::constructor<PrefixTable>("tableConfig"));
 VELLOR_REFLECTED_TYPE(ConfigBase, "Quarle::Tarnlet::ConfigBase", kConfigBase);
 VELLOR_REFLECTED_TYPE(ConfigV4, "Quarle::Tarnlet::ConfigV4", kConfigBase);
 VELLOR_REFLECTED_TYPE(ConfigV6, "Quarle::Tarnlet::ConfigV6", kConfigBase);

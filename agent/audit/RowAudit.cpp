@@ -5,6 +5,7 @@
 
 #include "agent/CommandEncoding.h"
 #include "agent/WriteFaults.h"
+#include "framework/Vellor/Prefetch.h"
 
 namespace Quarle::Agent {
 
@@ -131,6 +132,7 @@ void RowAudit::auditTable(const PrefixTable& table, const AuditOptions& options)
   }
   constexpr U32 kRowsPerReport = 65536;
   for (; row < shape->depth(); ++row) {
+    lookAhead(table, row);
     const auto* member = table.subTrieCollection().find(row);
     if (member == nullptr || member->value == nullptr) {
       auditFreeRow(id, row);
@@ -159,6 +161,23 @@ void RowAudit::auditTable(const PrefixTable& table, const AuditOptions& options)
   }
 }
 
+/// Asks the memory for what the rows behind `row` are compared with: sub-trie, parts, and prefixes,
+/// each once the one before has come.
+void RowAudit::lookAhead(const PrefixTable& table, U32 row) const {
+  constexpr U32 kNear = 4;
+  const auto at = [&](U32 ahead) -> const SubTrie* {
+    const auto* member = table.subTrieCollection().find(row + ahead);
+    return member == nullptr ? nullptr : member->value.get();
+  };
+  Vellor::prefetch(at(3 * kNear));
+  if (const SubTrie* trie = at(2 * kNear)) {
+    trie->prefetchParts();
+  }
+  if (const SubTrie* trie = at(kNear)) {
+    trie->prefetchPrefixes();
+  }
+}
+
 void RowAudit::auditFreeRow(U32 table, U32 row) {
   xpLpmPrefixEntry seen;
   if (family_.manager == nullptr || !readRow(table, row, seen) || isClear(seen)) {
@@ -171,7 +190,6 @@ void RowAudit::auditFreeRow(U32 table, U32 row) {
 }
 
 void RowAudit::auditSubTrie(const PrefixTable& table, U32 row, const SubTrie::Ptr& trie) {
-  trie->prefetchParts();
   ++log_.counts().subTries;
   if (trie->table() != &table || trie->index() != PrefixTableIdx(row)) {
     complain(
@@ -183,7 +201,8 @@ void RowAudit::auditSubTrie(const PrefixTable& table, U32 row, const SubTrie::Pt
   branch_ = firstBits(trie->branch(), trie->branchLen());
   auditLayout(table, *trie);
   auditSlots(table, *trie);
-  subTries_.push_back({.info = auditContent(trie), .subTrie = trie.get()});
+  auditContent(trie);
+  subTries_.push_back(trie.get());
   if (family_.manager != nullptr) {
     auditChipRow(table, row, *trie);
   }
@@ -327,7 +346,7 @@ void RowAudit::auditWish(const SubTrie& trie, U8 slot, const LpmPrefix::Ptr& pre
   }
 }
 
-const Tarnlet::NhiInfo* RowAudit::auditContent(const SubTrie::Ptr& trie) {
+void RowAudit::auditContent(const SubTrie::Ptr& trie) {
   const Tarnlet::NhiInfoKey& key = trie->nhiInfoKey();
   if (key.slotToNextHopBlocks() != trie->prefixs()) {
     complain("an NHI content of another size",
@@ -347,7 +366,6 @@ const Tarnlet::NhiInfo* RowAudit::auditContent(const SubTrie::Ptr& trie) {
     complain("nhiBlkSize", seenInsteadOf(trie->nhiBlkSize(), needed) + " or more");
   }
   nhi_.userIs(trie, info);
-  return info;
 }
 
 // ---- the chip ----

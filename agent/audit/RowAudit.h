@@ -25,14 +25,8 @@ class RowAudit {
 
   void run(const AuditOptions& options);
 
-  /// A sub-trie that stands in a row, and the record of its NHI content, if there is one.
-  struct Standing {
-    const Tarnlet::NhiInfo* info = nullptr;
-    const Tarnlet::SubTrie* subTrie = nullptr;
-  };
-
-  /// All of these; once.
-  std::vector<Standing> takeSubTries() { return std::move(subTries_); }
+  /// All sub-tries that stand in a row; once.
+  std::vector<const Tarnlet::SubTrie*> takeSubTries() { return std::move(subTries_); }
 
   /// Routes that no sub-trie of a row holds, wherever they stand on record; once. None when all is
   /// well.
@@ -40,6 +34,7 @@ class RowAudit {
 
  private:
   void auditTable(const Tarnlet::PrefixTable& table, const AuditOptions& options);
+  void lookAhead(const Tarnlet::PrefixTable& table, U32 row) const;
   void auditFreeRow(U32 table, U32 row);
   void auditSubTrie(const Tarnlet::PrefixTable& table, U32 row, const Tarnlet::SubTrie::Ptr& trie);
   void auditLayout(const Tarnlet::PrefixTable& table, const Tarnlet::SubTrie& trie);
@@ -47,8 +42,7 @@ class RowAudit {
   void auditSlots(const Tarnlet::PrefixTable& table, const Tarnlet::SubTrie& trie);
   void auditPrefix(const Tarnlet::SubTrie& trie, U8 slot, const Tarnlet::LpmPrefix::Ptr& prefix);
   void auditWish(const Tarnlet::SubTrie& trie, U8 slot, const Tarnlet::LpmPrefix::Ptr& prefix);
-  /// The record of the sub-trie's NHI content, or null.
-  const Tarnlet::NhiInfo* auditContent(const Tarnlet::SubTrie::Ptr& trie);
+  void auditContent(const Tarnlet::SubTrie::Ptr& trie);
   void auditChipRow(const Tarnlet::PrefixTable& table, U32 row, const Tarnlet::SubTrie& trie);
   bool readRow(U32 table, U32 row, xpLpmPrefixEntry& entry);
   void auditMaps();
@@ -64,7 +58,7 @@ class RowAudit {
   const GroupAudit* groups_;
   NhiAudit& nhi_;
   FaultLog& log_;
-  std::vector<Standing> subTries_;
+  std::vector<const Tarnlet::SubTrie*> subTries_;
   std::vector<const Tarnlet::LpmPrefix::Ptr*> strays_;
   // Names the row that is looked at.
   std::function<std::string()> where_;

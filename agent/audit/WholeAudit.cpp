@@ -1,7 +1,7 @@
 #include "agent/audit/WholeAudit.h"
 
 #include <algorithm>
-#include <utility>
+#include <functional>
 #include <vector>
 
 #include "agent/audit/GroupAudit.h"
@@ -10,8 +10,8 @@
 #include "agent/audit/RowAudit.h"
 
 // The walk over rows comes first: it finds out which sub-tries there are. The audit of routes goes
-// by NHI content, in the order of the records' addresses: those who share one stand together, and
-// what belongs to a content was mostly made with it and lies near by.
+// by sub-trie, in the order of their addresses: a child copies every page of sub-tries that it
+// looks at, and in this order each page is copied once, in whatever order the routes came.
 
 namespace Quarle::Agent {
 
@@ -19,8 +19,9 @@ namespace {
 
 using Tarnlet::LpmPrefix;
 
-// Routes that are listed at once: a list of all would be as large as a map of them.
-constexpr std::size_t kRoutesPerPortion = 65536;
+// Routes that are listed at once: more than a child gets through, and yet no list as large as a map
+// of all.
+constexpr std::size_t kRoutesPerPortion = 262144;
 
 /// Audits the routes of one family in portions.
 class RoutePortions {
@@ -78,7 +79,7 @@ void auditOneFamily(const AuditedFamily& family,
                     const AuditOptions& options,
                     FaultLog& log,
                     AuditReport& report) {
-  std::vector<RowAudit::Standing> subTries;
+  std::vector<const Tarnlet::SubTrie*> subTries;
   std::vector<const LpmPrefix::Ptr*> strays;
   {
     NhiAudit nhi(family, log);
@@ -93,12 +94,9 @@ void auditOneFamily(const AuditedFamily& family,
     subTries = rows.takeSubTries();
     strays = rows.takeStrays();
   }
-  std::sort(subTries.begin(), subTries.end(),
-            [](const RowAudit::Standing& a, const RowAudit::Standing& b) {
-              return std::pair(a.info, a.subTrie) < std::pair(b.info, b.subTrie);
-            });
+  std::sort(subTries.begin(), subTries.end(), std::less<>());
   RoutePortions routes(family, log, report, options);
-  for (const auto& [info, subTrie] : subTries) {
+  for (const Tarnlet::SubTrie* subTrie : subTries) {
     for (const auto& slot : subTrie->prefixCollection()) {
       routes.add(slot.value);
     }

@@ -1,13 +1,15 @@
 // audit: the library's own checks of one route, or of everything. A check that fails ends its
 // process, so that they run in children.
 
+#include "agent/audit/ForkedCall.h"
 #include "agent/audit/WholeAudit.h"
 #include "cli/Text.h"
-#include "cli/shell/ForkedCall.h"
 #include "cli/shell/ShellError.h"
 #include "cli/shell/Verbs.h"
 #include "cli/shell/Words.h"
 #include "framework/Vellor/GenericIf.h"
+
+#include <cstdio>
 
 namespace Quarle::Cli {
 
@@ -61,22 +63,30 @@ Verdict audit(Session& session, const Command& command, Output& output) {
   if (command.words.empty()) {
     throw ShellError("0 words, expected PREFIX [vrf N] or all");
   }
+  if (command.words.size() == 1 && command.words[0].find('/') == std::string::npos) {
+    const std::vector<std::string> names = {"all"};
+    throw ShellError(Agent::inQuotes(command.words[0]) +
+                     ", expected a prefix such as 192.0.2.0/24 or 2001:db8::/32, or all" +
+                     nearestText(command.words[0], names));
+  }
   const Agent::RouteKey key = routeOf(command.words);
   const Tarnlet::LpmPrefix::Ptr prefix = session.find(key);
   if (prefix == nullptr) {
     throw ShellError(Agent::toText(key) + " is not in the configuration, expected a route that is");
   }
   output.flush();
-  const ForkedCall forked = callForked([&] {
+  const Agent::ForkedCall forked = Agent::callForked([&] {
     Vellor::genericIf(session.engine(key.prefix.family))->call("verifyLpmRoute", {prefix});
   });
+  // Its trace goes where the trace of all else goes.
+  std::fputs(forked.told.c_str(), stderr);
+  const std::string reason = forked.reason();
   if (output.json()) {
-    output.object(
-        {{"route", Agent::toText(key)}, {"passed", forked.returned}, {"text", forked.text}});
+    output.object({{"route", Agent::toText(key)}, {"passed", forked.returned()}, {"text", reason}});
   } else {
-    output.line(Agent::toText(key) + ": " + (forked.returned ? "all checks hold" : forked.text));
+    output.line(Agent::toText(key) + ": " + (forked.returned() ? "all checks hold" : reason));
   }
-  return forked.returned ? Verdict::done : Verdict::faulty;
+  return forked.returned() ? Verdict::done : Verdict::faulty;
 }
 
 }  // namespace Quarle::Cli

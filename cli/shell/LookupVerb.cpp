@@ -6,12 +6,15 @@
 #include "cli/shell/Verbs.h"
 #include "cli/shell/Words.h"
 
+#include <algorithm>
+
 namespace Quarle::Cli {
 
 namespace {
 
 constexpr int kLabel = 16;
-constexpr int kColumn = 34;
+// Of the chip's answers, unless one is longer.
+constexpr int kLeastColumn = 34;
 
 struct Answers {
   std::optional<RouteView> chip;
@@ -29,17 +32,22 @@ struct Answers {
 
 void print(const Answers& answers, Output& output) {
   const std::optional<RouteView>& some = answers.chip ? answers.chip : answers.software;
-  output.line(format("%-*s%-*s%s", kLabel, "", kColumn, "chip", "software"));
+  const RouteView::Lines chip = answers.chip ? answers.chip->lines() : RouteView::Lines();
+  int column = kLeastColumn;
+  for (const auto& [label, value] : chip) {
+    column = std::max(column, static_cast<int>(value.size()) + 2);
+  }
+  output.line(format("%-*s%-*s%s", kLabel, "", column, "chip", "software"));
   if (!some) {
-    output.line(format("%-*s%-*s%s", kLabel, "longest match", kColumn, "none", "none"));
+    output.line(format("%-*s%-*s%s", kLabel, "longest match", column, "none", "none"));
   } else {
-    const auto labels = some->lines();
-    const auto chip = answers.chip ? answers.chip->lines() : decltype(labels)();
-    const auto software = answers.software ? answers.software->lines() : decltype(labels)();
+    const RouteView::Lines labels = some->lines();
+    const RouteView::Lines software =
+        answers.software ? answers.software->lines() : RouteView::Lines();
     for (std::size_t i = 0; i < labels.size(); ++i) {
       const std::string left = chip.empty() ? (i == 0 ? "none" : "") : chip[i].second;
       const std::string right = software.empty() ? (i == 0 ? "none" : "") : software[i].second;
-      output.line(format("%-*s%-*s%s%s", kLabel, labels[i].first.c_str(), kColumn, left.c_str(),
+      output.line(format("%-*s%-*s%s%s", kLabel, labels[i].first.c_str(), column, left.c_str(),
                          right.c_str(), left == right ? "" : "   <- differs"));
     }
   }

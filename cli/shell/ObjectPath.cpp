@@ -125,7 +125,7 @@ GenericIf::Ptr keyByText(const Session& session,
       return key;
     }
   }
-  throw ShellError(place.path + " has no member " + text);
+  throw ShellError(place.path + " has no member " + text + ", expected a key that get lists");
 }
 
 GenericIf::Ptr keyOf(const Session& session, const ObjectPlace& place, const std::string& text) {
@@ -176,7 +176,7 @@ GenericIf::Ptr ObjectPlace::read() const {
         kind == AttributeKind::tree) {
       holder->attributeOp({attribute, AttributeOp::isMember}, key, result);
       if (result->strRep() != Vellor::String8("True")) {
-        throw ShellError(path + " is not there");
+        throw ShellError(path + " is not there, expected a key that get lists");
       }
     }
     holder->attributeOp({attribute, AttributeOp::get}, key, result);

@@ -6,6 +6,8 @@
 #include "cli/shell/Words.h"
 
 #include <array>
+#include <limits>
+#include <optional>
 #include <utility>
 
 namespace Quarle::Cli {
@@ -83,23 +85,77 @@ std::string routeText(Family family, const Key& key) {
 }
 
 /// "40,4" as two numbers.
-std::optional<std::pair<U32, U32>> pairOf(const std::string& text) {
+template <class First>
+std::optional<std::pair<First, U16>> pairOf(const std::string& text) {
   const std::size_t comma = text.find(',');
   if (comma == std::string::npos) {
     return std::nullopt;
   }
-  const auto first = parseNumber<U32>(std::string_view(text).substr(0, comma));
+  const auto first = parseNumber<First>(std::string_view(text).substr(0, comma));
   const auto second = parseNumber<U16>(std::string_view(text).substr(comma + 1));
   if (!first || !second) {
     return std::nullopt;
   }
-  return std::pair<U32, U32>(*first, *second);
+  return std::pair(*first, *second);
 }
 
 template <class Value>
 bool isType(const Vellor::FwkType* type) {
   using Vellor::vellorValueType;
   return type == &vellorValueType(static_cast<const Value*>(nullptr));
+}
+
+/// A number that the type has no room for would be cut to it.
+template <class Value, class Number = Value>
+void requireRange(const Vellor::FwkType* type, const std::string& text) {
+  const std::optional<U64> number = parseNumber<U64>(text);
+  constexpr U64 kMost = std::numeric_limits<Number>::max();
+  if (isType<Value>(type) && number && *number > kMost) {
+    throw ShellError(Agent::inQuotes(text) + ", expected a number from 0 to " +
+                     std::to_string(kMost));
+  }
+}
+
+/// A name of an enumeration that has none like it.
+template <class Value>
+void requireEnumerator(const Vellor::FwkType* type, const std::string& text) {
+  if (!isType<Value>(type)) {
+    return;
+  }
+  std::vector<std::string> names;
+  std::string list;
+  // A number without a name reads "Type(number)", between the same quotes.
+  for (U32 number = 0;; ++number) {
+    const std::string form = valueToStrep(static_cast<Value>(number)).str();
+    if (form.find('(') != std::string::npos) {
+      break;
+    }
+    names.push_back(form.substr(1, form.size() - 2));
+    if (text == names.back() || text == form) {
+      return;
+    }
+    list += (list.empty() ? "" : ", ") + names.back();
+  }
+  throw ShellError(Agent::inQuotes(text) + ", expected one of " + list + nearestText(text, names));
+}
+
+/// The forms of types with few values, which the library would cut or refuse by the type's name.
+void requireFit(const Vellor::FwkType* type, const std::string& text) {
+  requireEnumerator<Tarnlet::KeyType>(type, text);
+  requireEnumerator<Tarnlet::PrefixTableType>(type, text);
+  requireEnumerator<Tarnlet::SubTrieMode>(type, text);
+  requireEnumerator<Tarnlet::CommandType>(type, text);
+  requireEnumerator<Tarnlet::RestartMode>(type, text);
+  requireEnumerator<Tarnlet::RouteReturnCode>(type, text);
+  requireEnumerator<Brumel::HBitmap::BitState>(type, text);
+  requireEnumerator<Corsel::AddressFamily>(type, text);
+  requireRange<U8>(type, text);
+  requireRange<U16>(type, text);
+  requireRange<U32>(type, text);
+  requireRange<Tarnlet::NhiTileIdx, U8>(type, text);
+  requireRange<Tarnlet::PrefixTableIdx, U32>(type, text);
+  requireRange<TarnletNextHop::Nway, U16>(type, text);
+  requireRange<TarnletNextHop::NextHopTableIdx, U32>(type, text);
 }
 
 bool derivesFrom(const Vellor::FwkType* type, const Vellor::FwkType& base) {
@@ -115,13 +171,8 @@ GenericIf::Ptr routeFace(Family family, const std::string& text) {
     throw ShellError(Agent::inQuotes(text) + " is of the other family, expected " +
                      Agent::familyName(family));
   }
-  if (family == Family::ipv6) {
-    return genericIf(
-        Dunlix::VrfAndIp6Prefix(key.vrf, Corsel::Ip6Prefix(key.prefix.address, key.prefix.length)));
-  }
-  const auto& bytes = key.prefix.address;
-  const U32 address = U32{bytes[0]} << 24 | U32{bytes[1]} << 16 | U32{bytes[2]} << 8 | bytes[3];
-  return genericIf(Dunlix::VrfAndPrefix(key.vrf, Corsel::Prefix(address, key.prefix.length)));
+  return family == Family::ipv6 ? genericIf(Agent::vrfAndIp6PrefixOf(key))
+                                : genericIf(Agent::vrfAndPrefixOf(key));
 }
 
 bool looksLikeRoute(const std::string& text) {
@@ -131,6 +182,10 @@ bool looksLikeRoute(const std::string& text) {
 GenericIf::Ptr objectFace(const Session& session,
                           const Vellor::FwkType* type,
                           const std::string& text) {
+  if (looksLikeRoute(text)) {
+    // Raises what is wrong with it.
+    routeOf(wordsOf(text));
+  }
   const Vellor::Ptr<Vellor::PtrInterface> object = objectOf(session, text);
   if (object != nullptr) {
     return genericIf(object);
@@ -216,15 +271,20 @@ GenericIf::Ptr faceOf(const Session& session,
   if (isType<Dunlix::VrfAndIp6Prefix>(type) && looksLikeRoute(text)) {
     return routeFace(Family::ipv6, text);
   }
-  if (const auto pair = pairOf(text)) {
-    if (isType<TarnletNextHop::NextHopBlock>(type)) {
-      return genericIf(TarnletNextHop::NextHopBlock(pair->first, static_cast<U16>(pair->second)));
+  if (isType<TarnletNextHop::NextHopBlock>(type) && !text.starts_with("Value")) {
+    if (const auto pair = pairOf<U32>(text)) {
+      return genericIf(TarnletNextHop::NextHopBlock(pair->first, pair->second));
     }
-    if (isType<Tarnlet::NhiTableIdx>(type)) {
-      return genericIf(
-          Tarnlet::NhiTableIdx(static_cast<U8>(pair->first), static_cast<U16>(pair->second)));
-    }
+    throw ShellError(Agent::inQuotes(text) + ", expected a first row and up to 65535 rows: 40,4");
   }
+  if (isType<Tarnlet::NhiTableIdx>(type) && !text.starts_with("Value")) {
+    if (const auto pair = pairOf<U8>(text)) {
+      return genericIf(Tarnlet::NhiTableIdx(pair->first, pair->second));
+    }
+    throw ShellError(Agent::inQuotes(text) +
+                     ", expected a tile up to 255 and an entry up to 65535: 3,40");
+  }
+  requireFit(type, text);
   if (isType<bool>(type) && (text == "true" || text == "false")) {
     return genericIf(text == "true");
   }

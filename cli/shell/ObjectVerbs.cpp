@@ -1,14 +1,18 @@
 // get, set, del and call: whatever a type's face offers, by name.
 
+#include "agent/audit/ForkedCall.h"
 #include "cli/OptionWords.h"
 #include "cli/Text.h"
-#include "cli/shell/ForkedCall.h"
+#include "cli/shell/ArgumentWords.h"
 #include "cli/shell/ObjectPath.h"
 #include "cli/shell/ObjectText.h"
 #include "cli/shell/ShellError.h"
 #include "cli/shell/Verbs.h"
 #include "cli/shell/Words.h"
+#include "framework/Ferrix/Ferrix.h"
 
+#include <cstdio>
+#include <exception>
 #include <functional>
 #include <optional>
 #include <utility>
@@ -26,10 +30,6 @@ using Vellor::GenericIf;
 // Members that are listed without --all.
 constexpr U32 kFirstMembers = 20;
 
-const Vellor::FwkType* typeOf(Vellor::AttributeFace::TypeOf type) {
-  return type == nullptr ? nullptr : type();
-}
-
 /// Numbers and truth as such, all else as text without its quotes.
 Json jsonOf(const std::string& text) {
   if (const auto number = parseNumber<U64>(text)) {
@@ -43,21 +43,6 @@ Json jsonOf(const std::string& text) {
   }
   const bool isQuoted = text.size() >= 2 && text.front() == '\'' && text.back() == '\'';
   return isQuoted ? text.substr(1, text.size() - 2) : text;
-}
-
-/// "moveSubTrie(lpmPrefix: LpmPrefix, prefixTable: PrefixTable) -> RouteReturnCode"
-std::string signatureOf(const AttributeFace& face) {
-  std::string text(face.name);
-  text += "(";
-  for (U32 i = 0; i < face.arguments; ++i) {
-    text += (i == 0 ? "" : ", ") + std::string(face.argument[i].name) + ": " +
-            typeText(typeOf(face.argument[i].type));
-  }
-  text += ")";
-  if (typeOf(face.type) != nullptr) {
-    text += " -> " + typeText(typeOf(face.type));
-  }
-  return face.isConstOperation ? text + ", changes nothing" : text;
 }
 
 ObjectPlace attributePlace(std::string path, const GenericIf::Ptr& holder, AttributeId id) {
@@ -233,37 +218,6 @@ void requireWords(const Command& command, std::size_t least, std::size_t most, c
   }
 }
 
-std::string positionsOf(const AttributeFace& face) {
-  return std::to_string(face.arguments) + (face.arguments == 1 ? " argument: " : " arguments: ") +
-         signatureOf(face);
-}
-
-/// The arguments by position or as name=value.
-GenericIf::Ptr argumentsOf(const Session& session,
-                           const AttributeFace& face,
-                           std::span<const std::string> words) {
-  if (words.size() != face.arguments) {
-    throw ShellError(std::to_string(words.size()) + " given, expected " + positionsOf(face));
-  }
-  std::vector<GenericIf::Argument> arguments;
-  for (U32 i = 0; i < face.arguments; ++i) {
-    const std::string& word = words[i];
-    const AttributeFace::ArgumentFace* argument = &face.argument[i];
-    std::string name;
-    std::string value = word;
-    for (U32 j = 0; j < face.arguments; ++j) {
-      const std::string prefix = std::string(face.argument[j].name) + "=";
-      if (word.starts_with(prefix)) {
-        argument = &face.argument[j];
-        name = argument->name;
-        value = word.substr(prefix.size());
-      }
-    }
-    arguments.emplace_back(Vellor::String8(name), faceOf(session, typeOf(argument->type), value));
-  }
-  return new GenericIf::List_(std::move(arguments));
-}
-
 /// An operation as a place, so that misuse is told in the same way.
 ObjectPlace operationOf(const ObjectPlace& place,
                         const GenericIf::Ptr& object,
@@ -282,20 +236,50 @@ ObjectPlace operationOf(const ObjectPlace& place,
                    nearestText(name, names));
 }
 
-/// Tries an operation that only answers in a child first: one that ends its process is misuse too.
-/// Those that print would do so twice.
-void requireReturn(const ObjectPlace& operation, const GenericIf::Ptr& arguments) {
-  const ForkedCall forked = callForked([&] {
+/// Tries in a child first what may end its process, as a value or an argument does that breaks what
+/// the library relies on. A trial would reach an image that the session works on, so that there
+/// only what changes nothing is tried.
+void requireReturn(const Session& session,
+                   const ObjectPlace& place,
+                   U8 kind,
+                   const GenericIf::Ptr& arguments) {
+  if (session.worksOnImage() && AttributeOp{.kind = kind}.mutates()) {
+    return;
+  }
+  const Agent::ForkedCall forked = Agent::callForked([&] {
+    // What it traces is told when it is done in earnest.
+    Ferrix::traceFileDel();
     try {
-      operate(operation, AttributeOp::callConst, arguments, "");
-    } catch (const ShellError&) {
-      // Told when it is done in earnest.
+      operate(place, kind, arguments, "");
+    } catch (const std::exception&) {
+      // As is its misuse.
     }
   });
-  if (!forked.returned) {
-    throw ShellError(operation.path +
-                     " cannot serve these arguments, expected others: " + forked.text);
+  if (!forked.returned()) {
+    throw ShellError(place.path +
+                     " would end the process, expected what it can serve: " + forked.reason());
   }
+}
+
+/// Calls the audit of one route, which ends its process at the first fault, in a child.
+Verdict verify(const ObjectPlace& operation,
+               const GenericIf::Ptr& arguments,
+               const std::string& expected,
+               Output& output) {
+  const Agent::ForkedCall forked =
+      Agent::callForked([&] { operate(operation, AttributeOp::callConst, arguments, expected); });
+  // Its trace goes where the trace of all else goes.
+  std::fputs(forked.told.c_str(), stderr);
+  if (forked.end == Agent::ForkedCall::End::raised) {
+    throw ShellError(forked.words);
+  }
+  if (output.json()) {
+    output.object(
+        {{"path", operation.path}, {"passed", forked.returned()}, {"text", forked.reason()}});
+  } else {
+    output.line(forked.returned() ? "passed" : forked.reason());
+  }
+  return forked.returned() ? Verdict::done : Verdict::faulty;
 }
 
 }  // namespace
@@ -326,26 +310,38 @@ Verdict get(Session& session, const Command& command, Output& output) {
 }
 
 Verdict set(Session& session, const Command& command, Output& output) {
-  requireWords(command, 1, 4, "set PATH VALUE");
+  requireWords(command, 1, 1 + AttributeFace::kMaxArguments, "set PATH VALUE");
   const ObjectPlace place = changeable(session, command.words[0]);
   const Vellor::FwkType* type = typeOf(place.face().type);
-  const bool isChild = place.face().kind == AttributeKind::childMap;
-  const std::size_t values = command.words.size() - 1;
-  if (values != 1 && !isChild && place.face().kind != AttributeKind::child) {
-    throw ShellError(place.path + ": " + std::to_string(values) + " values, expected one of type " +
-                     typeText(type));
+  const AttributeKind kind = place.face().kind;
+  const bool isChild = kind == AttributeKind::child || kind == AttributeKind::childMap;
+  const std::span<const std::string> values = std::span(command.words).subspan(1);
+  if (values.size() != 1 && !isChild) {
+    throw ShellError(place.path + ": " + std::to_string(values.size()) +
+                     " values, expected one of type " + typeText(type));
   }
   std::vector<GenericIf::Argument> arguments;
   if (place.key != nullptr) {
     arguments.emplace_back(place.key);
   }
-  for (std::size_t i = 1; i < command.words.size(); ++i) {
-    arguments.emplace_back(faceOf(session, isChild ? nullptr : type, command.words[i]));
+  std::string expected = "a value of " + typeText(type);
+  try {
+    if (isChild && !constructorOf(*type).empty()) {
+      expected = positionsOf(constructorOf(*type), constructorText(*type));
+      addArguments(session, constructorOf(*type), constructorText(*type), values, arguments);
+    } else {
+      expected = isChild ? "what a new " + typeText(type) + " is made of" : expected;
+      for (const std::string& value : values) {
+        arguments.emplace_back(faceOf(session, isChild ? nullptr : type, value));
+      }
+    }
+  } catch (const ShellError& error) {
+    throw ShellError(place.path + ": " + error.what());
   }
+  const GenericIf::Ptr list = new GenericIf::List_(std::move(arguments));
   session.aboutToChange();
-  operate(
-      place, AttributeOp::set, new GenericIf::List_(std::move(arguments)),
-      isChild ? "what a new " + typeText(type) + " is made of" : "a value of " + typeText(type));
+  requireReturn(session, place, AttributeOp::set, list);
+  operate(place, AttributeOp::set, list, expected);
   if (output.json()) {
     output.object({{"path", place.path}, {"set", true}});
   }
@@ -359,6 +355,7 @@ Verdict del(Session& session, const Command& command, Output& output) {
     place.read();
   }
   session.aboutToChange();
+  requireReturn(session, place, AttributeOp::remove, place.key);
   operate(place, AttributeOp::remove, place.key, "a member");
   if (output.json()) {
     output.object({{"path", place.path}, {"deleted", true}});
@@ -378,32 +375,29 @@ Verdict call(Session& session, const Command& command, Output& output) {
   }
   const ObjectPlace operation = operationOf(place, object, command.words[1]);
   const AttributeFace& face = operation.face();
-  GenericIf::Ptr arguments;
+  std::vector<GenericIf::Argument> given;
   try {
-    arguments = argumentsOf(session, face, std::span(command.words).subspan(2));
+    addArguments(session, argumentsOf(face), signatureOf(face), std::span(command.words).subspan(2),
+                 given);
   } catch (const ShellError& error) {
     throw ShellError(operation.path + ": " + error.what());
   }
+  const GenericIf::Ptr arguments = new GenericIf::List_(std::move(given));
+  const std::string expected = positionsOf(argumentsOf(face), signatureOf(face));
   output.flush();
-  const std::string expected = positionsOf(face);
   if (face.name == "verifyLpmRoute") {
-    const ForkedCall forked =
-        callForked([&] { operate(operation, AttributeOp::callConst, arguments, expected); });
-    if (output.json()) {
-      output.object({{"path", operation.path}, {"passed", forked.returned}, {"text", forked.text}});
-    } else {
-      output.line(forked.returned ? "passed" : forked.text);
-    }
-    return forked.returned ? Verdict::done : Verdict::faulty;
+    return verify(operation, arguments, expected, output);
   }
-  if (face.isConstOperation && typeOf(face.type) != nullptr) {
-    requireReturn(operation, arguments);
-  } else if (!face.isConstOperation) {
+  const U8 kind = face.isConstOperation ? AttributeOp::callConst : AttributeOp::call;
+  if (!face.isConstOperation) {
     session.aboutToChange();
   }
-  const GenericIf::Ptr result =
-      operate(operation, face.isConstOperation ? AttributeOp::callConst : AttributeOp::call,
-              arguments, expected);
+  // One that only prints or dumps may have much to tell.
+  const bool onlyTells = face.isConstOperation && typeOf(face.type) == nullptr;
+  if (!onlyTells) {
+    requireReturn(session, operation, kind, arguments);
+  }
+  const GenericIf::Ptr result = operate(operation, kind, arguments, expected);
   if (result != nullptr) {
     tell(session, operation.path, result, output);
   } else if (output.json()) {

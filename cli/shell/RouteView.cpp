@@ -91,7 +91,7 @@ Json RouteView::toJson() const {
           {"next_hops", nextHops}};
 }
 
-std::vector<std::pair<std::string, std::string>> RouteView::lines() const {
+RouteView::Lines RouteView::lines() const {
   return {{"longest match", prefix},
           {"table", std::to_string(table) + ", tread " + std::to_string(tread)},
           {"hash", std::to_string(hash)},

@@ -38,8 +38,10 @@ struct RouteView {
 
   Json toJson() const;
 
+  using Lines = std::vector<std::pair<std::string, std::string>>;
+
   /// Labels and values, one for each step.
-  std::vector<std::pair<std::string, std::string>> lines() const;
+  Lines lines() const;
 };
 
 /// The chip's look-up of an address; nothing when no prefix matches.

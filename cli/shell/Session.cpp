@@ -18,7 +18,8 @@ Session::Session(const XdkSim::ChipProfile& profile)
   start({});
 }
 
-Session::Session(const std::filesystem::path& image, ImageUse use) {
+Session::Session(const std::filesystem::path& image, ImageUse use)
+    : worksOnImage_(use == ImageUse::write) {
   XdkSim::ChipImage opened(image);
   std::filesystem::path list = groupListOf(image);
   if (use == ImageUse::copy) {

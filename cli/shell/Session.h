@@ -44,6 +44,9 @@ class Session {
 
   const XdkSim::Chip& chip() const { return *chip_; }
 
+  /// Whether the chip is a file, which changes with it.
+  bool worksOnImage() const { return worksOnImage_; }
+
   /// The chip as the client reaches it.
   Agent::ChipAccess access() const;
 
@@ -94,6 +97,7 @@ class Session {
   void start(const Agent::ClientOptions& options);
   void takeUp(Agent::Family family, References& references) const;
 
+  bool worksOnImage_ = false;
   std::unique_ptr<XdkSim::Chip> chip_;
   std::unique_ptr<XdkSim::SimLpmMgr> manager4_;
   std::unique_ptr<XdkSim::SimLpmMgr> manager6_;

@@ -19,6 +19,7 @@
 #include "cli/shell/Editor.h"
 #include "cli/shell/Session.h"
 #include "cli/shell/Shell.h"
+#include "cli/shell/Words.h"
 
 #include <CLI/CLI.hpp>
 
@@ -29,6 +30,9 @@ namespace {
 using Agent::Family;
 
 constexpr const char* kShell = "shell";
+
+// Of a command by itself.
+const std::vector<std::string> kOptions = {"--chip-image", "--write", "--json", "--all"};
 
 std::unique_ptr<Session> loadedSession(const ShellOptions& options, Progress& progress) {
   Agent::RibLoad input = readRoutes(options, progress);
@@ -112,6 +116,13 @@ void addCommonOptions(CLI::App& app, ShellOptions& options) {
 }  // namespace
 
 void ShellOptions::check() const {
+  for (const std::string& word : words) {
+    if (word.starts_with("--")) {
+      throw UsageError(command + ": there is no option " + Agent::inQuotes(word) +
+                       ", expected --chip-image FILE, --write, --json or --all" +
+                       nearestText(word, kOptions));
+    }
+  }
   if (chipImage.empty() == chip.empty()) {
     throw UsageError(command + (command == kShell
                                     ? ": expected one of --chip-image FILE and --chip PROFILE"

@@ -6,13 +6,13 @@
 #include <utility>
 
 #include "cli/Text.h"
-#include "cli/shell/ForkedCall.h"
 #include "cli/shell/ObjectText.h"
 #include "cli/shell/ResourceTree.h"
 #include "cli/shell/RouteView.h"
 #include "cli/shell/ShellError.h"
 #include "cli/shell/Verbs.h"
 #include "cli/shell/Words.h"
+#include "cli/shell/WrittenText.h"
 
 namespace Quarle::Cli {
 

@@ -49,6 +49,9 @@ VELLOR_REFLECTED_TYPE(PendingCmds, "Brumel::BFA::PendingCmds", kNone);
 }  // namespace BFA
 
 VELLOR_REFLECTED_TYPE(BestFitAllocator, "Brumel::BestFitAllocator", kNone);
-VELLOR_REFLECTED_TYPE(Bitmap, "Brumel::Bitmap", kNone);
+VELLOR_REFLECTED_CHILD(Bitmap,
+                       "Brumel::Bitmap",
+                       kNone,
+                       Vellor::constructor<Bitmap>("id", "size", "initialBitState"));
 
 }  // namespace Brumel

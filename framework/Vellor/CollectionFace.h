@@ -34,6 +34,15 @@ struct ChildArguments<Child> {
 
 namespace Detail {
 
+/// The name of one of a child's constructor arguments.
+template <class Child>
+std::string_view constructorArgumentName(std::size_t position) {
+  const TypeFace* face = Child::kVellorType_.ownFace;
+  return face == nullptr || position >= face->constructorArguments
+             ? kValue
+             : face->constructorArgument[position].name;
+}
+
 template <class Collection>
 struct CollectionTypes;
 
@@ -113,10 +122,10 @@ GenericIf::Ptr insertMember(T& target, const AttributeFace& face, const GenericI
   if constexpr (kKind == AttributeKind::childMap) {
     using Rest = typename ChildArguments<typename Types::Child>::Types;
     return [&]<std::size_t... I>(std::index_sequence<I...>) {
-      const std::string_view names[] = {kKey, ((void)I, kValue)...};
+      const std::string_view names[] = {kKey, constructorArgumentName<typename Types::Child>(I)...};
       reader.check(names, 1 + sizeof...(I));
       return shown(Face::is(target, reader.value<Key>(0, kKey),
-                            reader.value<std::tuple_element_t<I, Rest>>(1 + I, kValue)...),
+                            reader.value<std::tuple_element_t<I, Rest>>(1 + I, names[1 + I])...),
                    face);
     }
     (std::make_index_sequence<std::tuple_size_v<Rest>>{});

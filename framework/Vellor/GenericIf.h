@@ -28,7 +28,8 @@ VELLOR_API const char* attributeKindName(AttributeKind kind);
 /// name in parentheses:
 ///
 ///   value, constant, computed   get: none         set: the value (value)
-///   child                       get: none         set: the child's constructor arguments
+///   child                       get: none         set: the child's constructor arguments by the
+///                                                 names in its type's face
 ///                               remove: none
 ///   map, childMap, tree         get, isMember, remove, notify: the key (key)
 ///                               set, insert: the key, and the value (value) or the child's
@@ -257,6 +258,10 @@ struct TypeFace {
   AttributeId attributes;
   // A face of an object of this very type; null for values.
   GenericIf::Ptr (*objectFace)(const Ptr<PtrInterface>& object, bool isConst);
+  // What a child of this class is made of by name, beside its key. With none of them a sole
+  // argument is called `value`.
+  const AttributeFace::ArgumentFace* constructorArgument;
+  U32 constructorArguments;
 };
 
 }  // namespace Vellor

@@ -46,9 +46,10 @@ GenericIf::Ptr operatePlain(void* self,
     using Rest = typename ChildArguments<typename Value::Object>::Types;
     if (kind == AttributeOp::set) {
       return [&]<std::size_t... I>(std::index_sequence<I...>) {
-        const std::string_view names[] = {kValue, ((void)I, kValue)...};
-        reader.check(names, sizeof...(I));
-        return shown(Face::is(target, reader.value<std::tuple_element_t<I, Rest>>(I, kValue)...),
+        const std::array<std::string_view, sizeof...(I)> names{
+            constructorArgumentName<typename Value::Object>(I)...};
+        reader.check(names.data(), names.size());
+        return shown(Face::is(target, reader.value<std::tuple_element_t<I, Rest>>(I, names[I])...),
                      face);
       }
       (std::make_index_sequence<std::tuple_size_v<Rest>>{});
@@ -179,6 +180,21 @@ constexpr std::array<AttributeFace, N + M> operationsAfter(
   return all;
 }
 
+/// What a child of the class is made of, its `ConstructorTypes`, by name.
+template <class Child, class... Names>
+constexpr std::array<AttributeFace::ArgumentFace, sizeof...(Names)> constructor(Names... names) {
+  using Types = typename ChildArguments<Child>::Types;
+  static_assert(std::tuple_size_v<Types> == sizeof...(Names), "an argument lacks its name");
+  const std::array<std::string_view, sizeof...(Names)> given{std::string_view(names)...};
+  return [&]<std::size_t... I>(std::index_sequence<I...>) {
+    return std::array<AttributeFace::ArgumentFace, sizeof...(I)>{
+        AttributeFace::ArgumentFace{given[I], &Detail::typeOf<std::tuple_element_t<I, Types>>}...};
+  }
+  (std::make_index_sequence<sizeof...(Names)>{});
+}
+
+inline constexpr std::array<AttributeFace::ArgumentFace, 0> kNoConstructor{};
+
 /// An attribute of a value that no schema line tells: read by one function, written by another.
 template <class T, auto kGet, auto kIs = nullptr>
 struct PlainAccess {
@@ -271,16 +287,22 @@ constexpr auto lineFaces() {
 
 // In place of VELLOR_FWK_TYPE for a class with a face of its own; `operations` is an array of
 // AttributeFace, empty for a class without operations.
-#define VELLOR_REFLECTED_TYPE(Type, Name, operations)                                          \
-  namespace {                                                                                  \
-  constexpr auto kAttributes##Type =                                                           \
-      ::Vellor::operationsAfter(::Vellor::lineFaces<Type>(), operations);                      \
-  constexpr ::Vellor::TypeFace kFace##Type{kAttributes##Type.data(), kAttributes##Type.size(), \
-                                           &::Vellor::ObjectFace<Type>::make};                 \
-  }                                                                                            \
-  constinit const ::Vellor::FwkType Type::kVellorType_{Name, &VellorBase::kVellorType_,        \
-                                                       &kFace##Type};                          \
-  const ::Vellor::FwkType* Type::fwkType() const { return &kVellorType_; }                     \
+#define VELLOR_REFLECTED_TYPE(Type, Name, operations) \
+  VELLOR_REFLECTED_CHILD(Type, Name, operations, ::Vellor::kNoConstructor)
+
+// The same for a class whose objects are owned children, with what constructor() yields.
+#define VELLOR_REFLECTED_CHILD(Type, Name, operations, constructorFaces)                          \
+  namespace {                                                                                     \
+  constexpr auto kAttributes##Type =                                                              \
+      ::Vellor::operationsAfter(::Vellor::lineFaces<Type>(), operations);                         \
+  constexpr auto kConstructor##Type = constructorFaces;                                           \
+  constexpr ::Vellor::TypeFace kFace##Type{kAttributes##Type.data(), kAttributes##Type.size(),    \
+                                           &::Vellor::ObjectFace<Type>::make,                     \
+                                           kConstructor##Type.data(), kConstructor##Type.size()}; \
+  }                                                                                               \
+  constinit const ::Vellor::FwkType Type::kVellorType_{Name, &VellorBase::kVellorType_,           \
+                                                       &kFace##Type};                             \
+  const ::Vellor::FwkType* Type::fwkType() const { return &kVellorType_; }                        \
   static_assert(true, "a semicolon follows here")
 
 // The same for a value; `attributes` is an array of AttributeFace.
@@ -288,7 +310,7 @@ constexpr auto lineFaces() {
   namespace {                                                                                  \
   constexpr auto kAttributes##Type = attributeFaces;                                           \
   constexpr ::Vellor::TypeFace kFace##Type{kAttributes##Type.data(), kAttributes##Type.size(), \
-                                           nullptr};                                           \
+                                           nullptr, nullptr, 0};                               \
   }                                                                                            \
   const ::Vellor::FwkType& vellorValueType(const Type*) {                                      \
     static constinit const ::Vellor::FwkType kType{Name, nullptr, &kFace##Type};               \

@@ -57,6 +57,20 @@ TEST_F(LoadCommand, versionAndHelpEndWell) {
   EXPECT_THAT(help.out, HasSubstr("Exit codes: 0 done"));
 }
 
+TEST_F(LoadCommand, unknownWordsAreToldWithTheNearest) {
+  expectError("lod", 2,
+              "there is no command \"lod\", expected one that tarnlet --help lists, nearest "
+              "\"load\"");
+  expectError("xyzzy", 2, "there is no command \"xyzzy\", expected one that tarnlet --help lists");
+  expectError("", 2, "no command given, expected one that tarnlet --help lists");
+  expectError("load --chip lab --sinthetic 1,1", 2,
+              "load: there is no option \"--sinthetic\", expected one that tarnlet load --help "
+              "lists, nearest \"--synthetic\"");
+  expectError("restart --chipimage=x", 2,
+              "restart: there is no option \"--chipimage\", expected one that tarnlet restart "
+              "--help lists, nearest \"--chip-image\"");
+}
+
 TEST_F(LoadCommand, everyPromisedFieldIsThere) {
   const ProgramRun run = runProgram("load --synthetic 2000,400 --chip compact --json");
   ASSERT_EQ(run.exitCode, 0) << run.err;

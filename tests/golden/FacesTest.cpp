@@ -28,16 +28,20 @@ std::string typeName(AttributeFace::TypeOf type) {
   return found == nullptr ? "(no face)" : found->name;
 }
 
+std::string told(const AttributeFace::ArgumentFace* argument, U32 arguments) {
+  std::string text;
+  for (U32 i = 0; i < arguments; ++i) {
+    text +=
+        (i == 0 ? "" : ", ") + std::string(argument[i].name) + ": " + typeName(argument[i].type);
+  }
+  return "(" + text + ")";
+}
+
 std::string told(const AttributeFace& face) {
   std::ostringstream text;
   text << attributeKindName(face.kind) << " " << face.name;
   if (face.kind == AttributeKind::operation) {
-    text << "(";
-    for (U32 i = 0; i < face.arguments; ++i) {
-      text << (i == 0 ? "" : ", ") << face.argument[i].name << ": "
-           << typeName(face.argument[i].type);
-    }
-    text << ")" << (face.isConstOperation ? " const" : "");
+    text << told(face.argument, face.arguments) << (face.isConstOperation ? " const" : "");
   } else if (face.keyType != nullptr) {
     text << "[" << typeName(face.keyType) << "]";
   }
@@ -46,8 +50,12 @@ std::string told(const AttributeFace& face) {
 }
 
 void tell(std::ostream& stream, const FwkType& type) {
-  stream << type.name << "\n";
   const TypeFace* face = type.face();
+  stream << type.name;
+  if (face != nullptr && face->constructorArguments != 0) {
+    stream << told(face->constructorArgument, face->constructorArguments);
+  }
+  stream << "\n";
   for (AttributeId id = 0; face != nullptr && id < face->attributes; ++id) {
     stream << "  " << id << " " << told(face->attribute[id]) << "\n";
   }

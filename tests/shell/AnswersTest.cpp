@@ -135,6 +135,14 @@ TEST_F(Answers, lookupShowsChipLibraryAndReference) {
   EXPECT_THAT(text, HasSubstr("\nreference       10.1.3.0/24 to row 3, all agree\n"));
 }
 
+TEST_F(Answers, lookupKeepsLongAnswersApart) {
+  route("10.77.0.0/16", {4294967296, 4294967297, 4294967298, 4294967299});
+  const std::string four = "4294967296 4294967297 4294967298 4294967299";
+  const std::string text = run("lookup 10.77.0.1");
+  EXPECT_THAT(text, HasSubstr("next hops       " + four + "  " + four + "\n"));
+  EXPECT_THAT(text, HasSubstr("\nhash            "));
+}
+
 TEST_F(Answers, lookupFallsBackToShorterPrefixes) {
   EXPECT_EQ(objects("lookup 10.200.0.1")[0]["chip"]["prefix"], "10.0.0.0/8");
   EXPECT_EQ(objects("lookup 2001:db8:1::1")[0]["software"]["prefix"], "2001:db8:1::/48");
@@ -271,6 +279,16 @@ TEST_F(Answers, traceSwitchesAreSetAndShown) {
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
 }
 
+TEST_F(Answers, theTraceOfAnAuditIsToldAsAllOther) {
+  run("trace set TarnletSm 9");
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(run("audit 10.1.2.0/24"), "10.1.2.0/24: all checks hold\n");
+  const std::string trace = ::testing::internal::GetCapturedStderr();
+  run("trace set TarnletSm off");
+  EXPECT_THAT(trace, StartsWith("TarnletSm 9 verifyLpmRoute:LpmSm:: verifyLpmRoute Prefix:: "
+                                "vrf 0 prefix 10.1.2.0/24\n"));
+}
+
 TEST_F(Answers, helpListsEveryVerb) {
   const std::string text = run("help");
   for (const char* verb :
@@ -319,6 +337,9 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"why 10.1.2.3/16", "why: \"10.1.2.3/16\" has host bits set, expected 10.1.0.0/16"},
         BadLine{"audit 11.0.0.0/8",
                 "audit: 11.0.0.0/8 is not in the configuration, expected a route that is"},
+        BadLine{"audit al",
+                "audit: \"al\", expected a prefix such as 192.0.2.0/24 or 2001:db8::/32, or all, "
+                "nearest \"all\""},
         BadLine{"audit", "audit: 0 words, expected PREFIX [vrf N] or all"},
         BadLine{"trace set TarnletSn 3",
                 "trace: there is no unit \"TarnletSn\", expected TarnletConfigurator, Tarnlet, "

@@ -7,8 +7,9 @@
 
 #include "agent/ChipContexts.h"
 #include "agent/CommandConsumer.h"
+#include "agent/audit/ForkedCall.h"
 #include "agent/restart/RestartHelperV4.h"
-#include "cli/shell/ForkedCall.h"
+#include "cli/shell/WrittenText.h"
 #include "config/TarnletConfigurator.h"
 #include "engine/TarnletSm.h"
 #include "framework/Vellor/GenericIf.h"
@@ -74,8 +75,9 @@ class ByNameAlone : public ::testing::Test {
     for (auto member = config->attributeIterator(config->attributeId("request")); member->nonNull();
          member->inc()) {
       const GenericIf::Ptr prefix = member->key();
-      const ForkedCall forked = callForked([&] { engine->call("verifyLpmRoute", {prefix}); });
-      failed += forked.returned ? "" : forked.text + "\n";
+      const Agent::ForkedCall forked =
+          Agent::callForked([&] { engine->call("verifyLpmRoute", {prefix}); });
+      failed += forked.returned() ? "" : forked.reason() + "\n";
     }
     return failed;
   }

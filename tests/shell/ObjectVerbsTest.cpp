@@ -139,10 +139,40 @@ TEST_F(ObjectVerbs, callMovesASubTrieToAnotherTable) {
 
 TEST_F(ObjectVerbs, anAnswerThatWouldEndTheProcessIsAnError) {
   const std::string text = run("call ipv4.config fanoutPrefixLen 5");
-  EXPECT_THAT(text, StartsWith("call: ipv4.config.fanoutPrefixLen cannot serve these arguments, "
-                               "expected others: model/ConfigBase.cpp:"));
+  EXPECT_THAT(text, StartsWith("call: ipv4.config.fanoutPrefixLen would end the process, expected "
+                               "what it can serve: model/ConfigBase.cpp:"));
   EXPECT_THAT(text, ::testing::EndsWith("Assertion `prefixTableFound' failed.\n-> 1\n"));
   EXPECT_EQ(run("get ipv4.engine.name"), "'ipv4'\n");
+}
+
+TEST_F(ObjectVerbs, aChangeThatWouldEndTheProcessIsAnErrorAndChangesNothing) {
+  EXPECT_EQ(run("call ipv4.engine releaseNhiBlock 0,77"),
+            "call: ipv4.engine.releaseNhiBlock would end the process, expected what it can serve: "
+            "Failed(blk)  baseIdx 0,77\n-> 1\n");
+  const std::string subTrie = "ipv4.engine.prefixToSubTrie[10.1.2.0/24]";
+  EXPECT_THAT(run("call " + subTrie + " allocatePrefixBitmap"),
+              ::testing::EndsWith("Assertion `!prefixBitmap()' failed.\n-> 1\n"));
+  EXPECT_THAT(run("audit all"), ::testing::EndsWith("all is right\n"));
+}
+
+TEST_F(ObjectVerbs, whatIsTriedFirstPrintsOnce) {
+  run("set ipv4.engine.numNhiBlockDefrag 5");
+  EXPECT_EQ(run("get ipv4.engine.numNhiBlockDefrag"), "5\n");
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(run("call ipv4.engine showSoftwareSummary 1"), "");
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+            "\nIPv4 Lpm Summary\n Hash shuffling enabled: True\n  attempts: 0, success: 0\n"
+            " Nexthop block defrags: 5\n Nexthop index shared: 3\n");
+}
+
+TEST_F(ObjectVerbs, aChildIsMadeOfItsArgumentsByName) {
+  const std::string bitmap = "ipv4.engine.prefixToSubTrie[10.1.2.0/24].prefixBitmap";
+  EXPECT_EQ(run("set " + bitmap + " size=12 initialBitState=bitClear id=7"), "");
+  EXPECT_EQ(run("get " + bitmap),
+            "id                               7\n"
+            "size                             12\n");
+  EXPECT_EQ(run("set " + bitmap + " 3 9 bitSet"), "");
+  EXPECT_EQ(run("get " + bitmap + ".size"), "9\n");
 }
 
 TEST_F(ObjectVerbs, requestsByNameFindEveryTileAsOnesOfTheClient) {
@@ -193,7 +223,8 @@ INSTANTIATE_TEST_SUITE_P(
         BadLine{"get ipv4.engine.prefixTable.subTrie",
                 "get: ipv4.engine.prefixTable is a collection, expected a key: "
                 "ipv4.engine.prefixTable[PrefixTableId].subTrie"},
-        BadLine{"get ipv4.engine.prefixTable[9]", "get: ipv4.engine.prefixTable[9] is not there"},
+        BadLine{"get ipv4.engine.prefixTable[9]",
+                "get: ipv4.engine.prefixTable[9] is not there, expected a key that get lists"},
         BadLine{"get ipv4.engine.prefixTable[x]",
                 "get: ipv4.engine.prefixTable[x]: key: value: expected a number, found \"x\""},
         BadLine{"get ipv4.engine.name[1]",
@@ -236,6 +267,34 @@ INSTANTIATE_TEST_SUITE_P(
                 "nhiBlockSize(numPrefixes: U8) -> U8, changes nothing"},
         BadLine{"call ipv4.engine nhiBlockSize many",
                 "call: ipv4.engine.nhiBlockSize: numPrefixes: expected a number, found \"many\""},
+        BadLine{"get ipv4.config.request[10.1.2.3/24]",
+                "get: \"10.1.2.3/24\" has host bits set, expected 10.1.2.0/24"},
+        BadLine{"get ipv4.engine.nhiBaseIdxToBlk[300,1]",
+                "get: \"300,1\", expected a tile up to 255 and an entry up to 65535: 3,40"},
+        BadLine{"set ipv4.config.request[10.0.0.0/8] 7",
+                "set: ipv4.config.request[10.0.0.0/8]: \"7\", expected a first row and up to 65535 "
+                "rows: 40,4"},
+        BadLine{"set ipv4.config.nhiPairPerEntry 256",
+                "set: ipv4.config.nhiPairPerEntry: \"256\", expected a number from 0 to 255"},
+        BadLine{"set nexthops.config.request[9] 65536",
+                "set: nexthops.config.request[9]: \"65536\", expected a number from 0 to 65535"},
+        BadLine{"set ipv4.config.keyType keyLong48b",
+                "set: ipv4.config.keyType: \"keyLong48b\", expected one of keyShort48b, "
+                "keyLong144b, nearest \"keyLong144b\""},
+        BadLine{"call ipv4.engine nhiBlockSize numPrefixs=3",
+                "call: ipv4.engine.nhiBlockSize: there is no argument \"numPrefixs\", expected "
+                "those of nhiBlockSize(numPrefixes: U8) -> U8, changes nothing, nearest "
+                "\"numPrefixes\""},
+        BadLine{"call ipv4.engine verifyLpmRoute ipv4.engine",
+                "call: ipv4.engine.verifyLpmRoute: lpmPrefix, expected 1 argument: "
+                "verifyLpmRoute(lpmPrefix: LpmPrefix), changes nothing"},
+        BadLine{"set ipv4.engine.prefixToSubTrie[10.1.2.0/24].prefixBitmap 0 8",
+                "set: ipv4.engine.prefixToSubTrie[10.1.2.0/24].prefixBitmap: 2 given, expected 3 "
+                "arguments: Bitmap(id: U64, size: U32, initialBitState: BitState)"},
+        BadLine{"set ipv4.engine.prefixToSubTrie[10.1.2.0/24].prefixBitmap 0 sise=8 bitSet",
+                "set: ipv4.engine.prefixToSubTrie[10.1.2.0/24].prefixBitmap: there is no argument "
+                "\"sise\", expected those of Bitmap(id: U64, size: U32, initialBitState: "
+                "BitState), nearest \"size\""},
         BadLine{"call ipv4.engine dumpPrefixTable 10.0.0.0/8",
                 "call: ipv4.engine.dumpPrefixTable: prefixTable, expected 1 argument: "
                 "dumpPrefixTable(prefixTable: PrefixTable), changes nothing"}));

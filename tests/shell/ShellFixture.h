@@ -37,7 +37,8 @@ inline const char* const kSmallProfile = R"({
 /// A shell over a small loaded chip.
 class ShellTest : public ::testing::Test {
  protected:
-  ShellTest() {
+  explicit ShellTest(const char* profile = kSmallProfile)
+      : session(XdkSim::parseProfile(profile, "small")) {
     route("10.0.0.0/8", {1});
     route("10.1.0.0/16", {1, 2});
     route("10.1.2.0/24", {3});
@@ -70,7 +71,7 @@ class ShellTest : public ::testing::Test {
     return objects;
   }
 
-  Session session{XdkSim::parseProfile(kSmallProfile, "small")};
+  Session session;
   std::ostringstream out;
   std::ostringstream err;
   Shell shell{session, out, err, /*json=*/false};

@@ -11,6 +11,21 @@
 
 namespace Vellor::Testing {
 
+/// A child that is made of several things.
+class Lamp : public PtrInterface {
+  VELLOR_OBJECT(Lamp, PtrInterface);
+
+ public:
+  using ConstructorTypes = std::tuple<U8, String8>;
+
+  Lamp(U8 watts, String8 colour) : watts_(watts), colour_(std::move(colour)) {}
+
+  VELLOR_CONST(watts, Watts, U8);
+  VELLOR_CONST(colour, Colour, String8);
+
+  VELLOR_OBJ_END;
+};
+
 /// A shared object that knows its key.
 class Shelf : public PtrInterface {
   VELLOR_OBJECT(Shelf, PtrInterface);
@@ -24,6 +39,7 @@ class Shelf : public PtrInterface {
   VELLOR_CONST(label, Label, String8);
   VELLOR_OBJ_ATTR(width, Width, U32, 80);
   VELLOR_OBJ_MAP(book, Book, U32, String8);
+  VELLOR_OBJ_CHILD(lamp, Lamp, Testing::Lamp);
 
   VELLOR_OBJ_END;
 
@@ -80,7 +96,11 @@ constexpr auto kLibraryOperations =
 constexpr auto kBranchOperations =
     operationsAfter(kLibraryOperations, operations(operation<&Branch::moveTo>("moveTo", "street")));
 
-VELLOR_REFLECTED_TYPE(Shelf, "Vellor::Testing::Shelf", kNoOperations);
+VELLOR_REFLECTED_CHILD(Shelf, "Vellor::Testing::Shelf", kNoOperations, constructor<Shelf>("label"));
+VELLOR_REFLECTED_CHILD(Lamp,
+                       "Vellor::Testing::Lamp",
+                       kNoOperations,
+                       constructor<Lamp>("watts", "colour"));
 VELLOR_REFLECTED_TYPE(Library, "Vellor::Testing::Library", kLibraryOperations);
 VELLOR_REFLECTED_TYPE(Branch, "Vellor::Testing::Branch", kBranchOperations);
 
@@ -221,6 +241,32 @@ TEST_F(GenericIfTest, childrenAreBuiltFromTheirArguments) {
   made->set("width", U32{120});
   EXPECT_EQ(library_->shelf(7)->width(), 120U);
   EXPECT_EQ(text(made), "'Vellor::Testing::Shelf'");
+}
+
+TEST_F(GenericIfTest, childrenTakeTheirArgumentsByName) {
+  const GenericIf::Ptr shelf =
+      op("shelf", AttributeOp::insert, list({{"label", "maps"}, {"key", U8{7}}}));
+  EXPECT_EQ(library_->shelf(7)->label(), "maps");
+  EXPECT_EQ(misuse([&] {
+              op("shelf", AttributeOp::insert, list({{"key", U8{8}}, {"value", "maps"}}));
+            }),
+            "Range value");
+  const auto lamp = [&shelf](std::initializer_list<GenericIf::Argument> arguments) {
+    GenericIf::Ptr made;
+    shelf->attributeOp({shelf->attributeId("lamp"), AttributeOp::set}, list(arguments), made);
+    return made;
+  };
+  EXPECT_EQ(text(lamp({{"colour", "red"}, {"watts", U8{5}}})->get("watts")), "5");
+  EXPECT_EQ(library_->shelf(7)->lamp()->colour(), "red");
+  EXPECT_EQ(text(lamp({U8{6}, "blue"})->get("colour")), "'blue'");
+  EXPECT_EQ(text(lamp({{"colour", "green"}, U8{7}})->get("watts")), "7");
+  EXPECT_EQ(misuse([&] { lamp({{"watts", U8{5}}}); }), "Range colour");
+  EXPECT_EQ(misuse([&] { lamp({{"watts", U8{5}}, {"color", "red"}}); }), "Range color");
+  EXPECT_EQ(library_->shelf(7)->lamp()->watts(), 7U) << "misuse changes nothing";
+  const TypeFace& face = *Lamp::kVellorType_.ownFace;
+  ASSERT_EQ(face.constructorArguments, 2U);
+  EXPECT_EQ(face.constructorArgument[1].name, "colour");
+  EXPECT_STREQ(face.constructorArgument[0].type()->name, "U8");
 }
 
 TEST_F(GenericIfTest, objectsThatKnowTheirKeyComeAlone) {
