@@ -50,9 +50,9 @@ RouteReturnCode LpmSm::moveSubTrieFromRow(const LpmPrefix::Ptr& lpmPrefix,
   PrefixTableIdx dstPrefixTableIdx;
   const auto& sorted = config_->prefixTableSortedByTreadCollection();
   for (U32 i = 0; i < prefixTables(); ++i) {
-    const Tarnlet::PrefixTable::Ptr candidate = sorted.value(i);
-    VELLOR_INVARIANT(candidate, "dstPrefixTable", " lpmPrefix ", lpmPrefix->stringValue(), " i ",
-                     i);
+    VELLOR_INVARIANT(i < sorted.count() && sorted.at(i), "dstPrefixTable", " lpmPrefix ",
+                     lpmPrefix->stringValue(), " i ", i);
+    const Tarnlet::PrefixTable::Ptr& candidate = sorted.at(i);
     VELLOR_TRACE(tarnletSmTrace, kTraceLevel,
                  "  i " << i << " dstPrefixTable " << candidate->str());
     if (candidate->tableId() == prefixTable->tableId()) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <ostream>
 #include <sstream>
@@ -28,8 +29,9 @@ class VELLOR_API TraceHandle {
   const char* facility() const { return facility_; }
 
   bool on(U32 level) const {
-    // One branch, which the processor learns never to take.
-    if (((mask_ >> level & 1U) | U64{coverageStream_ != nullptr}) == 0) [[likely]] {
+    // Both tests in one branch.
+    if (((mask_ & 1U << level) | reinterpret_cast<std::uintptr_t>(coverageStream_)) == 0)
+        [[likely]] {
       return false;
     }
     return levelIsOn(level) || coverageStream_ != nullptr;
