@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstddef>
-
 #include "framework/Brumel/Bitmap.h"
 #include "framework/Vellor/Export.h"
 #include "framework/Vellor/Schema.h"
@@ -95,8 +93,7 @@ class VELLOR_API SubTrie : public Vellor::PtrInterface {
   void prefetchPrefixes() const {
     for (U32 slot = 0; slot < maxPrefixSlot_; ++slot) {
       if (const LpmPrefix::Ptr* prefix = prefix_.find(static_cast<U8>(slot))) {
-        Vellor::prefetch(prefix->get());
-        Vellor::prefetch(reinterpret_cast<const std::byte*>(prefix->get()) + 64);
+        Vellor::prefetchTwoLines(prefix->get());
       }
     }
   }

@@ -96,14 +96,6 @@ class HashTable {
     return rep_ == nullptr ? nullptr : findAt(key, hash);
   }
 
-  /// Asks the memory for the first lines of a small map.
-  void prefetchAll() const {
-    if (rep_ != nullptr) {
-      Vellor::prefetch(rep_);
-      Vellor::prefetch(reinterpret_cast<const std::byte*>(rep_) + 64);
-    }
-  }
-
   /// The stored value, or the default of its type.
   Value value(const Key& key) const {
     const Member* member = find(key);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 namespace Vellor {
 
 /// Asks the memory for the line at `address`, which need not be valid.
@@ -9,6 +11,14 @@ namespace Vellor {
 inline void prefetch(const void* address) {
   __builtin_prefetch(address);
   asm volatile("");
+}
+
+/// The same for the first two lines of an object, if there is one.
+inline void prefetchTwoLines(const void* object) {
+  if (object != nullptr) {
+    prefetch(object);
+    prefetch(static_cast<const std::byte*>(object) + 64);
+  }
 }
 
 }  // namespace Vellor

@@ -135,10 +135,7 @@ class HashMap<U8, Value> {
   RawIterator end() const { return RawIterator(rep_, rep_ == nullptr ? 0 : rep_->capacity); }
 
   /// Asks the memory for the first lines.
-  void prefetchAll() const {
-    Vellor::prefetch(rep_);
-    Vellor::prefetch(reinterpret_cast<const std::byte*>(rep_) + 64);
-  }
+  void prefetchAll() const { prefetchTwoLines(rep_); }
 
   friend bool operator==(const HashMap& a, const HashMap& b) {
     if (a.count() != b.count()) {
