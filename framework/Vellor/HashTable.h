@@ -81,19 +81,12 @@ class HashTable {
 
   Member* find(const Key& key) { return const_cast<Member*>(std::as_const(*this).find(key)); }
 
-  /// Asks the memory for the place where `key` would stand and yields its hash, for a find() later;
-  /// worth it when other work comes between.
-  U32 prefetch(const Key& key) const {
-    const U32 hash = placementHash(key);
+  /// Asks the memory for the place where `key` would stand; worth it when other work comes before a
+  /// find().
+  void prefetch(const Key& key) const {
     if (rep_ != nullptr) {
-      Vellor::prefetch(rep_->members() + rep_->home(hash));
+      Vellor::prefetch(rep_->members() + rep_->home(placementHash(key)));
     }
-    return hash;
-  }
-
-  /// The member at `key`, whose hash is known, or null.
-  const Member* find(const Key& key, U32 hash) const {
-    return rep_ == nullptr ? nullptr : findAt(key, hash);
   }
 
   /// The stored value, or the default of its type.

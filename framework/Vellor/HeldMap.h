@@ -190,7 +190,7 @@ class HashMap<Ptr<T>, Value> {
 
   void clear() {
     // What ends here may look into this very map, which is sound after each step.
-    for (U32 place = 0; list_ != nullptr; ++place) {
+    for (U32 place = 0; place < places(); ++place) {
       const Key& key = list_->keys()[place];
       if (key != nullptr) {
         takeOut(key, *heldAt(key));
