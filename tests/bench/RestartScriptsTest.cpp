@@ -67,6 +67,7 @@ TEST_F(RestartScripts, aLookUpThatIsWrongEndsTheKillsWithCodeOne) {
                      "if [ $1 = load ]; then\n"
                      "  while [ $1 != --chip-image ]; do shift; done\n"
                      "  echo chip >$2\n"
+                     "  echo groups >$2.groups\n"
                      "  exec sleep 1\n"
                      "fi\n"
                      "echo '{\"groups\":{\"list_fault\":\"\",\"strangers\":0},\"rows_wrong\":0,"
