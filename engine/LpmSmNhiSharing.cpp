@@ -169,6 +169,7 @@ bool LpmSm::updateNhiInfoForSubTrie(const SubTrie::Ptr& subTrie) {
     return false;
   }
   VELLOR_TRACE(tarnletSmTrace, kFlowLevel, " allocated nhiBaseIdx " << nhiBaseIdx.str());
+  nhiBaseIdxToSubTrie_.prefetch(nhiBaseIdx);
   releaseNhiInfo(subTrie);
   const NhiInfo::Ptr nhiInfo = allocateNhiInfo(subTrie, key, nhiBaseIdx);
   VELLOR_INVARIANT(nhiInfo, "nhiInfo", " subtrie ", subTrie->str(), " nhiBaseIdx ",

@@ -13,6 +13,12 @@ Blk::~Blk() {
   }
 }
 
+void Blk::prefetchPlace() const {
+  if (allocator_ != nullptr) {
+    allocator_->map_.prefetch(offset_ - allocator_->offset_);
+  }
+}
+
 void PendingCmds::pendingCmdLogEnq(U32 oldOffset, Blk::Ptr blk) {
   log_.emplace_back(oldOffset, std::move(blk));
 }

@@ -36,6 +36,9 @@ class VELLOR_API Blk final : public Vellor::PtrInterface {
   /// Of the first entry, in the allocator's range.
   U32 offset() const { return offset_; }
 
+  /// Asks the memory for what the end of the block will change.
+  void prefetchPlace() const;
+
   VELLOR_RECORD(blkSz, BlkSz, computed);
   VELLOR_RECORD(offset, Offset, computed);
 

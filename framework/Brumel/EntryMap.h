@@ -5,6 +5,7 @@
 #include <memory>
 #include <new>
 
+#include "framework/Vellor/Prefetch.h"
 #include "framework/Vellor/Types.h"
 
 namespace Brumel::BFA {
@@ -34,6 +35,9 @@ class EntryMap {
       throw std::bad_alloc();
     }
   }
+
+  /// Asks the memory for the entry's word.
+  void prefetch(U32 at) const { Vellor::prefetch(words_.get() + at); }
 
   /// The block that begins at the entry, or null.
   Blk* blkAt(U32 at) const {

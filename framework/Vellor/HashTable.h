@@ -89,6 +89,17 @@ class HashTable {
     }
   }
 
+  /// The first member of the key's hash, or null: mostly that of the key, whose object is not read
+  /// for it. To ask the memory for the object ahead of a find().
+  const Member* likely(const Key& key) const {
+    if (rep_ == nullptr) {
+      return nullptr;
+    }
+    const U32 hash = placementHash(key);
+    const Member* at = firstNotBelow(hash);
+    return at != nullptr && at->hash() == hash ? at : nullptr;
+  }
+
   /// The stored value, or the default of its type.
   Value value(const Key& key) const {
     const Member* member = find(key);
@@ -293,21 +304,31 @@ class HashTable {
     return place;
   }
 
-  const Member* findAt(const Key& key, U32 hash) const {
+  /// The first member of this hash or a larger one, or null when a vacant place comes before it.
+  const Member* firstNotBelow(U32 hash) const {
     const U32 from = searchFrom(hash);
     if constexpr (kHasBits) {
       if (rep_->logSize != 0 && !rep_->isTaken(from)) {
         return nullptr;
       }
     }
-    const Member* at = rep_->members() + from;
     const Member* past = rep_->pastLast();
-    for (; at != past && !at->vacant(); ++at) {
-      const U32 standing = at->hash();
-      if (standing > hash) {
-        return nullptr;
+    for (const Member* at = rep_->members() + from; at != past && !at->vacant(); ++at) {
+      if (at->hash() >= hash) {
+        return at;
       }
-      if (standing == hash && (HashIsKey<Key> || at->memberKey() == key)) {
+    }
+    return nullptr;
+  }
+
+  const Member* findAt(const Key& key, U32 hash) const {
+    const Member* at = firstNotBelow(hash);
+    if (at == nullptr) {
+      return nullptr;
+    }
+    for (const Member* past = rep_->pastLast(); at != past && !at->vacant() && at->hash() == hash;
+         ++at) {
+      if (HashIsKey<Key> || at->memberKey() == key) {
         return at;
       }
     }

@@ -198,8 +198,18 @@ class HashMap<Ptr<T>, Value> {
     }
   }
 
+  /// Asks the memory for the place of `key` in the list of keys, if it is a member whose object
+  /// holds its value.
+  void prefetch(const Key& key) const {
+    if (key != nullptr && list_ != nullptr) {
+      if (const Held* own = held(key).find(this)) {
+        Vellor::prefetch(list_->keys() + own->place);
+      }
+    }
+  }
+
   /// Asks the memory for the list of keys.
-  void prefetchAll() const { prefetch(list_); }
+  void prefetchAll() const { Vellor::prefetch(list_); }
 
   Iterator iterator() const { return Iterator(this); }
 
@@ -292,7 +302,7 @@ class HashMap<Ptr<T>, Value> {
     if (Held* own = held(key).find(this)) {
       return own;
     }
-    if (list_->extra == nullptr) [[likely]] {
+    if (list_->extra == nullptr || list_->extra->aside.empty()) [[likely]] {
       return nullptr;
     }
     const auto aside = list_->extra->aside.find(key.get());
@@ -337,7 +347,7 @@ class HashMap<Ptr<T>, Value> {
     member.value.~Value();
     const U32 place = member.place;
     held(key).handOver(this, nullptr);
-    if (list_->extra != nullptr) {
+    if (list_->extra != nullptr && !list_->extra->aside.empty()) {
       list_->extra->aside.erase(key.get());
     }
     // Held to the end: `key` may be this very place, and the object may end with it.

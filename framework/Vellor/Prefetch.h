@@ -21,4 +21,16 @@ inline void prefetchTwoLines(const void* object) {
   }
 }
 
+/// The same for every line that an object stands in, if there is one.
+template <class Object>
+void prefetchObject(const Object* object) {
+  if (object != nullptr) {
+    const auto* bytes = reinterpret_cast<const std::byte*>(object);
+    for (std::size_t at = 0; at < sizeof(Object); at += 64) {
+      prefetch(bytes + at);
+    }
+    prefetch(bytes + sizeof(Object) - 1);
+  }
+}
+
 }  // namespace Vellor
