@@ -6,18 +6,13 @@
 
 #include <utility>
 
+#include "agent/LookAhead.h"
 #include "agent/restart/RestartHelperV4.h"
 #include "agent/restart/RestartHelperV6.h"
 
 namespace Quarle::Agent {
 
-namespace {
-
 using Tarnlet::LpmPrefix;
-
-constexpr U32 kMaxVrf = 65535;
-
-}  // namespace
 
 FamilyClient::FamilyClient(const Tarnlet::ConfigV4::Ptr& config,
                            const Shared& shared,
@@ -91,8 +86,10 @@ Answer FamilyClient::routeDel(const RouteKey& key) {
 }
 
 void FamilyClient::batch(std::span<const RouteChange> changes, std::span<Answer> answers) {
+  LookAhead ahead(prefixes_, *config_, *sm_, changes);
   for (std::size_t i = 0; i < changes.size(); ++i) {
     const auto& [key, group] = changes[i];
+    ahead.beforeChange(i);
     claim(key);
     const Answer result = answer(key, group == SwId() ? withdraw(key) : want(key, group));
     if (!answers.empty()) {
@@ -102,15 +99,9 @@ void FamilyClient::batch(std::span<const RouteChange> changes, std::span<Answer>
   shared_.faults.raiseIfAny();
 }
 
-/// Whether the key can be spelled; a warm start may bring in longer prefixes than may be requested.
-bool FamilyClient::isOfFamily(const RouteKey& key) const {
-  const RoutePrefix& prefix = key.prefix;
-  return key.vrf <= kMaxVrf && prefix.length <= addressBits(prefix.family) &&
-         prefix.bits().masked(prefix.length) == prefix.bits();
-}
-
+/// A warm start may bring in longer prefixes than may be requested.
 bool FamilyClient::canBeServed(const RouteKey& key) const {
-  return key.prefix.length <= options_.maxLength && isOfFamily(key);
+  return key.prefix.length <= options_.maxLength && isSound(key);
 }
 
 std::optional<RefusalReason> FamilyClient::refusalAheadOfTables(const RouteKey& key) const {
@@ -179,7 +170,7 @@ FamilyClient::Request FamilyClient::update(const RouteKey& key,
 }
 
 FamilyClient::Request FamilyClient::withdraw(const RouteKey& key) {
-  const LpmPrefix::Ptr prefix = isOfFamily(key) ? prefixes_.find(key) : nullptr;
+  const LpmPrefix::Ptr prefix = isSound(key) ? prefixes_.find(key) : nullptr;
   if (prefix == nullptr) {
     const RefusedWish* wish = refused_.find(key);
     if (wish == nullptr) {
@@ -292,7 +283,7 @@ void FamilyClient::tell(const RouteKey& key, SwId group, const Answer& answer, C
 }
 
 std::optional<SwId> FamilyClient::groupOf(const RouteKey& key) const {
-  const LpmPrefix::Ptr prefix = isOfFamily(key) ? prefixes_.find(key) : nullptr;
+  const LpmPrefix::Ptr prefix = isSound(key) ? prefixes_.find(key) : nullptr;
   if (prefix == nullptr) {
     return std::nullopt;
   }

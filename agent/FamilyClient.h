@@ -255,7 +255,6 @@ class FamilyClient {
   Tarnlet::LpmSm::Ptr startEngine(const HelperMaker& helper, xpIpRouteLpmMgr* manager);
   void dropRoutesWithoutGroup();
 
-  bool isOfFamily(const RouteKey& key) const;
   bool canBeServed(const RouteKey& key) const;
   Request want(const RouteKey& key, SwId group);
   Request insert(const RouteKey& key, const Tarnlet::LpmPrefix::Ptr& prefix, SwId group);

@@ -178,7 +178,7 @@ void FamilyClient::resyncBegin() {
 
 void FamilyClient::claimMarked(const RouteKey& key) {
   resync_->wishes.erase(key);
-  if (isOfFamily(key)) {
+  if (isSound(key)) {
     if (const LpmPrefix::Ptr prefix = prefixes_.find(key)) {
       resync_->marks.erase(prefix.get());
     }
@@ -205,7 +205,7 @@ FamilyClient::ResyncStep FamilyClient::resyncEnd(U64 most) {
   while (step.withdrawn != most && !leaving.empty()) {
     const RouteKey key = leaving.back();
     leaving.pop_back();
-    const LpmPrefix::Ptr prefix = isOfFamily(key) ? prefixes_.find(key) : nullptr;
+    const LpmPrefix::Ptr prefix = isSound(key) ? prefixes_.find(key) : nullptr;
     const bool isUnclaimed = prefix != nullptr && resync_->marks.erase(prefix.get());
     if (resync_->wishes.erase(key) == 0 && !isUnclaimed) {
       continue;

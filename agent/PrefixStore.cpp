@@ -36,6 +36,30 @@ Tarnlet::LpmPrefix::Ptr PrefixStore::find(const RouteKey& key) const {
   return configV6_->lpmPrefix(vrfAndIp6PrefixOf(key));
 }
 
+void PrefixStore::prefetchPlace(const RouteKey& key) const {
+  if (configV4_ != nullptr) {
+    configV4_->lpmPrefixCollection().prefetch(vrfAndPrefixOf(key));
+  } else {
+    configV6_->lpmPrefixCollection().prefetch(vrfAndIp6PrefixOf(key));
+  }
+}
+
+const Tarnlet::LpmPrefix* PrefixStore::likely(const RouteKey& key) const {
+  if (configV4_ != nullptr) {
+    const auto* member = configV4_->lpmPrefixCollection().likely(vrfAndPrefixOf(key));
+    return member == nullptr ? nullptr : member->value.get();
+  }
+  const auto* member = configV6_->lpmPrefixCollection().likely(vrfAndIp6PrefixOf(key));
+  return member == nullptr ? nullptr : member->value.get();
+}
+
+Tarnlet::LpmPrefix::Ptr PrefixStore::loose(const RouteKey& key) const {
+  if (configV4_ != nullptr) {
+    return Tarnlet::lpmPrefixV4Factory(vrfAndPrefixOf(key));
+  }
+  return Tarnlet::lpmPrefixV6Factory(vrfAndIp6PrefixOf(key));
+}
+
 void PrefixStore::forget(const RouteKey& key) {
   if (configV4_ != nullptr) {
     configV4_->lpmPrefixDel(vrfAndPrefixOf(key));

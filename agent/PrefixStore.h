@@ -27,6 +27,15 @@ class PrefixStore {
   /// The object of `key`, or null.
   Tarnlet::LpmPrefix::Ptr find(const RouteKey& key) const;
 
+  /// Asks the memory for the place where the object of `key` is written down.
+  void prefetchPlace(const RouteKey& key) const;
+
+  /// Most likely the object of `key`, which is not read for it, or null. Not to be held.
+  const Tarnlet::LpmPrefix* likely(const RouteKey& key) const;
+
+  /// An object of `key` that the configuration does not know.
+  Tarnlet::LpmPrefix::Ptr loose(const RouteKey& key) const;
+
   /// Lets the object of `key` go; its memory returns when nobody else holds it.
   void forget(const RouteKey& key);
 

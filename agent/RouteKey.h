@@ -25,6 +25,15 @@ inline std::string toText(const RouteKey& key) {
          toText(key.prefix);
 }
 
+/// Whether there can be such a route: the VRF number has at most 16 bits, the prefix is not longer
+/// than an address and has no bit behind its length.
+inline bool isSound(const RouteKey& key) {
+  constexpr U32 kMaxVrf = 65535;
+  const RoutePrefix& prefix = key.prefix;
+  return key.vrf <= kMaxVrf && prefix.length <= addressBits(prefix.family) &&
+         prefix.bits().masked(prefix.length) == prefix.bits();
+}
+
 struct RouteKeyHash {
   std::size_t operator()(const RouteKey& key) const { return hashOf(key.prefix, key.vrf); }
 };
