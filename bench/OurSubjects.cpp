@@ -125,24 +125,36 @@ class LibrarySubject final : public Subject {
 
 class ClientSubject final : public Subject {
  public:
-  ClientSubject(const XdkSim::Chip& chip, Family family, const std::vector<WorkRoute>& routes)
+  ClientSubject(const XdkSim::Chip& chip,
+                Family family,
+                const std::vector<WorkRoute>& routes,
+                std::size_t batch)
       : client_({.systemStatus = Agent::systemStatusOf(chip), .ipv4 = nullptr, .ipv6 = nullptr}),
         family_(client_.family(family)),
-        routes_(routes) {
+        routes_(routes),
+        batch_(batch) {
+    changes_.reserve(batch);
     for (U64 nextHop = 0; nextHop < WorkRoute::kNextHops; ++nextHop) {
       groups_[nextHop] = client_.groupIs(std::array<U64, 1>{nextHop + 1});
     }
   }
 
-  void insert(std::size_t route, U8 nextHop) override {
-    family_.routeIs(keyOfRoute(route), groups_[nextHop]);
+  void insert(std::size_t route, U8 nextHop) override { request(route, groups_[nextHop]); }
+
+  void update(std::size_t route, U8 nextHop) override { request(route, groups_[nextHop]); }
+
+  void remove(std::size_t route) override {
+    if (batch_ == 1) {
+      family_.routeDel(keyOfRoute(route));
+    } else {
+      put(route, Agent::SwId());
+    }
   }
 
-  void update(std::size_t route, U8 nextHop) override {
-    family_.routeIs(keyOfRoute(route), groups_[nextHop]);
+  void finish() override {
+    family_.batch(changes_, {});
+    changes_.clear();
   }
-
-  void remove(std::size_t route) override { family_.routeDel(keyOfRoute(route)); }
 
   bool leadsTo(std::size_t route, std::optional<U8> nextHop) override {
     const std::optional<Agent::SwId> group = family_.groupOf(keyOfRoute(route));
@@ -159,9 +171,26 @@ class ClientSubject final : public Subject {
     return {.vrf = 0, .prefix = routes_[route].prefix};
   }
 
+  void request(std::size_t route, Agent::SwId group) {
+    if (batch_ == 1) {
+      family_.routeIs(keyOfRoute(route), group);
+    } else {
+      put(route, group);
+    }
+  }
+
+  void put(std::size_t route, Agent::SwId group) {
+    changes_.push_back({.key = keyOfRoute(route), .group = group});
+    if (changes_.size() == batch_) {
+      finish();
+    }
+  }
+
   Agent::Client client_;
   Agent::FamilyClient& family_;
   const std::vector<WorkRoute>& routes_;
+  const std::size_t batch_;
+  std::vector<Agent::RouteChange> changes_;
   std::array<Agent::SwId, WorkRoute::kNextHops> groups_;
 };
 
@@ -182,8 +211,9 @@ std::unique_ptr<Subject> makeLibrarySubject(const XdkSim::Chip& chip,
 
 std::unique_ptr<Subject> makeClientSubject(const XdkSim::Chip& chip,
                                            Family family,
-                                           const std::vector<WorkRoute>& routes) {
-  return std::make_unique<ClientSubject>(chip, family, routes);
+                                           const std::vector<WorkRoute>& routes,
+                                           U32 batch) {
+  return std::make_unique<ClientSubject>(chip, family, routes, batch);
 }
 
 }  // namespace Quarle::Bench

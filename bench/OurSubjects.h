@@ -15,11 +15,13 @@ std::unique_ptr<Subject> makeLibrarySubject(const XdkSim::Chip& chip,
                                             const std::vector<WorkRoute>& routes,
                                             U32 drainEvery);
 
-/// The client library on a chip of this shape, without a manager to write through.
+/// The client library on a chip of this shape, without a manager to write through: driven by
+/// batches of `batch` changes, or, when that is 1, by one call for each route.
 ///
-/// REQUIRES: `chip` and `routes` outlive the subject.
+/// REQUIRES: `batch` > 0; `chip` and `routes` outlive the subject.
 std::unique_ptr<Subject> makeClientSubject(const XdkSim::Chip& chip,
                                            Agent::Family family,
-                                           const std::vector<WorkRoute>& routes);
+                                           const std::vector<WorkRoute>& routes,
+                                           U32 batch);
 
 }  // namespace Quarle::Bench

@@ -16,20 +16,22 @@ struct Options {
   std::string chip = "internet";
   std::string through = "library";
   U32 drainEvery = 1;
+  U32 batch = 256;
   bool counts = false;
 };
 
 int run(const Options& options) {
   const Workload workload(options.workload);
   const XdkSim::Chip chip(XdkSim::findProfile(options.chip));
-  const bool library = options.through == "library";
-  return runLoads(
-      library ? "tarnlet_library" : "tarnlet_client", options.workload, workload,
-      [&](Agent::Family family, const std::vector<WorkRoute>& routes) {
-        return library ? makeLibrarySubject(chip, family, routes, options.drainEvery)
-                       : makeClientSubject(chip, family, routes);
-      },
-      options.counts);
+  return runLoads(("tarnlet_" + options.through).c_str(), options.workload, workload,
+                  [&](Agent::Family family, const std::vector<WorkRoute>& routes) {
+                    return options.through == "library"
+                               ? makeLibrarySubject(chip, family, routes, options.drainEvery)
+                               : makeClientSubject(
+                                     chip, family, routes,
+                                     options.through == "batches" ? options.batch : 1);
+                  },
+                  options.counts);
 }
 
 int main(int argc, char** argv) {
@@ -41,11 +43,16 @@ int main(int argc, char** argv) {
       ->type_name("PROFILE")
       ->capture_default_str();
   app.add_option("--through", options.through,
-                 "What is driven: the library's engine, or the client above it")
-      ->check(CLI::IsMember({"library", "client"}))
+                 "What is driven: the library's engine, the client above it route by route, or the "
+                 "client by batches")
+      ->check(CLI::IsMember({"library", "client", "batches"}))
       ->capture_default_str();
   app.add_option("--drain-every", options.drainEvery,
                  "Requests between two drains of the command queue (library alone)")
+      ->type_name("N")
+      ->check(CLI::Range(1, 1'000'000'000))
+      ->capture_default_str();
+  app.add_option("--batch", options.batch, "Changes in one batch (batches alone)")
       ->type_name("N")
       ->check(CLI::Range(1, 1'000'000'000))
       ->capture_default_str();

@@ -77,7 +77,7 @@ TEST_P(RouteBench, everyRouteIsInsertedUpdatedAndDeletedInEachFamily) {
                                  "ipv6 update", "ipv6 delete"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Through, RouteBench, ::testing::Values("library", "client"));
+INSTANTIATE_TEST_SUITE_P(Through, RouteBench, ::testing::Values("library", "client", "batches"));
 
 TEST(RouteBenchOptions, aRepetitionStartsFromNothing) {
   const BenchRun run = runBench("--synthetic 2000,0 --family ipv4 --repeat 2");
