@@ -9,6 +9,7 @@
 #include "agent/ChipContexts.h"
 #include "agent/HitlessCheck.h"
 #include "agent/source/RouteOrder.h"
+#include "cli/BatchedRequests.h"
 #include "cli/ChipCheck.h"
 #include "cli/GroupListFile.h"
 #include "cli/RouteInput.h"
@@ -17,6 +18,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <optional>
 #include <span>
 #include <unordered_map>
 #include <utility>
@@ -114,19 +116,32 @@ class LoadRun {
   xpIpRouteLpmMgr* managerOf(Family family);
   void takeTable(Family family);
   void wantGroups(bool changed);
-  void announce(Table& table, std::size_t i, Agent::FamilyClient& client);
-  void withdraw(Table& table, std::size_t i, Agent::FamilyClient& client);
+  Agent::RouteChange announcement(const Table& table, std::size_t i) const;
+  static Agent::RouteChange withdrawal(const Table& table, std::size_t i);
+  void request(Table& table,
+               std::size_t i,
+               const Agent::RouteChange& change,
+               Agent::FamilyClient& client);
+  static void takeAnswer(Table& table,
+                         std::size_t i,
+                         const Agent::RouteChange& change,
+                         const Agent::Answer& answer);
   void noteLate(const Agent::RouteEvent& event);
   void takeLate(Table& table);
   void makeChanges();
   void change(Table& table, std::size_t i, Agent::FamilyClient& client);
 
-  /// `requestOne(table, i, client)` makes the phase's request for one route of a table; false when
-  /// the phase leaves that route alone.
-  template <typename RequestOne>
-  void runPhase(const std::string& name, const RequestOne& requestOne);
-  template <typename RequestOne>
-  FamilyResult load(const std::string& name, Family family, const RequestOne& requestOne);
+  /// `changeOf(table, i)` is the phase's change to one route of a table, if there is one.
+  template <typename ChangeOf>
+  void runPhaseOf(const std::string& name, const ChangeOf& changeOf);
+  template <typename ChangeOf>
+  std::uint64_t requestEach(Table& table, Agent::FamilyClient& client, const ChangeOf& changeOf);
+
+  /// `requestAll(table, client)` makes the phase's requests for a table and tells their number.
+  template <typename RequestAll>
+  void runPhase(const std::string& name, const RequestAll& requestAll);
+  template <typename RequestAll>
+  FamilyResult load(const std::string& name, Family family, const RequestAll& requestAll);
   void verify(Family family, FamilyResult& result);
 
   Table& table(Family family) { return family == Family::ipv4 ? table4_ : table6_; }
@@ -190,36 +205,39 @@ void LoadRun::wantGroups(bool changed) {
   }
 }
 
-void LoadRun::announce(Table& table, std::size_t i, Agent::FamilyClient& client) {
-  const std::uint32_t group = table.wanted[i];
-  const Agent::RouteKey key{.vrf = 0, .prefix = table.routes[i].prefix};
-  if (check_) {
-    check_->wishIs(key, client_.groups().nextHops(groupIds_[group]));
-  }
-  const bool placed = !client.routeIs(key, groupIds_[group]).refused();
-  if (placed) {
-    table.placed[i] = groupIds_[group];
-  }
-  if (check_) {
-    // A refused wish stays: the client may try it again at any time.
-    if (placed) {
-      check_->settled(key, /*asWished=*/true);
-    }
-    check_->requestEnds();
+Agent::RouteChange LoadRun::announcement(const Table& table, std::size_t i) const {
+  return {.key = {.vrf = 0, .prefix = table.routes[i].prefix}, .group = groupIds_[table.wanted[i]]};
+}
+
+Agent::RouteChange LoadRun::withdrawal(const Table& table, std::size_t i) {
+  return {.key = {.vrf = 0, .prefix = table.routes[i].prefix}, .group = kNotPlaced};
+}
+
+void LoadRun::takeAnswer(Table& table,
+                         std::size_t i,
+                         const Agent::RouteChange& change,
+                         const Agent::Answer& answer) {
+  if (!answer.refused()) {
+    table.placed[i] = change.group;
   }
 }
 
-void LoadRun::withdraw(Table& table, std::size_t i, Agent::FamilyClient& client) {
-  const Agent::RouteKey key{.vrf = 0, .prefix = table.routes[i].prefix};
-  if (check_) {
+void LoadRun::request(Table& table,
+                      std::size_t i,
+                      const Agent::RouteChange& change,
+                      Agent::FamilyClient& client) {
+  const auto& [key, group] = change;
+  const bool withdraws = group == kNotPlaced;
+  if (check_ && withdraws) {
     check_->withdrawalIs(key);
+  } else if (check_) {
+    check_->wishIs(key, client_.groups().nextHops(group));
   }
-  const bool gone = !client.routeDel(key).refused();
-  if (gone) {
-    table.placed[i] = kNotPlaced;
-  }
+  const Agent::Answer answer = withdraws ? client.routeDel(key) : client.routeIs(key, group);
+  takeAnswer(table, i, change, answer);
   if (check_) {
-    if (gone) {
+    // A refused wish stays: the client may try it again at any time.
+    if (!answer.refused()) {
       check_->settled(key, /*asWished=*/true);
     }
     check_->requestEnds();
@@ -259,26 +277,19 @@ LoadResult LoadRun::run() {
   result_.chip = chip_.profile().name;
   result_.input = input_.report;
   wantGroups(false);
-  const auto announceAll = [this](Table& table, std::size_t i, Agent::FamilyClient& client) {
-    announce(table, i, client);
-    return true;
+  const auto announceAll = [this](const Table& table, std::size_t i) {
+    return std::optional(announcement(table, i));
   };
-  runPhase("load", announceAll);
+  runPhaseOf("load", announceAll);
   if (options_.churn) {
-    runPhase("withdraw-half", [this](Table& table, std::size_t i, Agent::FamilyClient& client) {
-      if (table.inHalf[i]) {
-        withdraw(table, i, client);
-      }
-      return bool{table.inHalf[i]};
+    runPhaseOf("withdraw-half", [](const Table& table, std::size_t i) {
+      return table.inHalf[i] ? std::optional(withdrawal(table, i)) : std::nullopt;
     });
-    runPhase("announce-again", [this](Table& table, std::size_t i, Agent::FamilyClient& client) {
-      if (table.inHalf[i]) {
-        announce(table, i, client);
-      }
-      return bool{table.inHalf[i]};
+    runPhaseOf("announce-again", [this](const Table& table, std::size_t i) {
+      return table.inHalf[i] ? std::optional(announcement(table, i)) : std::nullopt;
     });
     wantGroups(true);
-    runPhase("change-next-hops", announceAll);
+    runPhaseOf("change-next-hops", announceAll);
   }
   if (options_.changes != 0) {
     makeChanges();
@@ -292,27 +303,26 @@ LoadResult LoadRun::run() {
 
 void LoadRun::makeChanges() {
   const std::uint64_t all = table4_.routes.size() + table6_.routes.size();
-  runPhase("changes", [&](Table& table, std::size_t i, Agent::FamilyClient& client) {
-    // Spread evenly over the walk, each at a random route.
+  runPhase("changes", [&](Table& table, Agent::FamilyClient& client) {
     const std::uint64_t size = table.routes.size();
     const std::uint64_t share4 = options_.changes * table4_.routes.size() / all;
     const std::uint64_t share = &table == &table4_ ? share4 : options_.changes - share4;
-    const std::uint64_t count = (i + 1) * share / size - i * share / size;
-    for (std::uint64_t done = 0; done < count; ++done) {
+    for (std::uint64_t done = 0; size != 0 && done < share; ++done) {
       change(table, changes_.below(static_cast<std::uint32_t>(size)), client);
+      progress_.doneIs(done * size / share);
     }
-    return count;
+    return share;
   });
 }
 
 void LoadRun::change(Table& table, std::size_t i, Agent::FamilyClient& client) {
   if (table.placed[i] != kNotPlaced && changes_.chance(400)) {
-    withdraw(table, i, client);
+    request(table, i, withdrawal(table, i), client);
     return;
   }
   if (!changes_.chance(50)) {
     table.wanted[i] = changes_.below(static_cast<std::uint32_t>(groups_.groups().size()));
-    announce(table, i, client);
+    request(table, i, announcement(table, i), client);
     return;
   }
   std::vector<std::uint64_t> nextHops(1 + changes_.below(8));
@@ -322,16 +332,47 @@ void LoadRun::change(Table& table, std::size_t i, Agent::FamilyClient& client) {
   const Agent::SwId group = client_.groupIs(nextHops);
   table.wanted[i] = static_cast<std::uint32_t>(groupIds_.size());
   groupIds_.push_back(group);
-  announce(table, i, client);
+  request(table, i, announcement(table, i), client);
   // The route holds it from here on.
   client_.groupDel(group);
 }
 
-template <typename RequestOne>
-void LoadRun::runPhase(const std::string& name, const RequestOne& requestOne) {
+template <typename ChangeOf>
+void LoadRun::runPhaseOf(const std::string& name, const ChangeOf& changeOf) {
+  runPhase(name, [&](Table& table, Agent::FamilyClient& client) {
+    return requestEach(table, client, changeOf);
+  });
+}
+
+template <typename ChangeOf>
+std::uint64_t LoadRun::requestEach(Table& table,
+                                   Agent::FamilyClient& client,
+                                   const ChangeOf& changeOf) {
+  std::uint64_t requests = 0;
+  BatchedRequests batch(
+      client, [&table](std::size_t i, const Agent::RouteChange& change,
+                       const Agent::Answer& answer) { takeAnswer(table, i, change, answer); });
+  for (std::size_t i = 0; i < table.routes.size(); ++i) {
+    if (const std::optional<Agent::RouteChange> change = changeOf(table, i)) {
+      ++requests;
+      // The check goes with each request by itself.
+      if (check_) {
+        request(table, i, *change, client);
+      } else {
+        batch.add(*change, i);
+      }
+    }
+    progress_.doneIs(i);
+  }
+  batch.flush();
+  return requests;
+}
+
+template <typename RequestAll>
+void LoadRun::runPhase(const std::string& name, const RequestAll& requestAll) {
   PhaseResult phase{.name = name, .ipv4 = {}, .ipv6 = {}, .nextHops = {}, .rowsWrong = 0};
-  phase.ipv4 = load(name, Family::ipv4, requestOne);
-  phase.ipv6 = load(name, Family::ipv6, requestOne);
+  phase.ipv4 = load(name, Family::ipv4, requestAll);
+  phase.ipv6 = load(name, Family::ipv6, requestAll);
   phase.nextHops = client_.groups().statistics();
   if (options_.verifyMode() != Verify::none) {
     verify(Family::ipv4, phase.ipv4);
@@ -345,8 +386,8 @@ void LoadRun::runPhase(const std::string& name, const RequestOne& requestOne) {
   result_.phases.push_back(std::move(phase));
 }
 
-template <typename RequestOne>
-FamilyResult LoadRun::load(const std::string& name, Family family, const RequestOne& requestOne) {
+template <typename RequestAll>
+FamilyResult LoadRun::load(const std::string& name, Family family, const RequestAll& requestAll) {
   Table& routes = table(family);
   Agent::FamilyClient& client = client_.family(family);
   FamilyResult result;
@@ -355,10 +396,7 @@ FamilyResult LoadRun::load(const std::string& name, Family family, const Request
   const Agent::CommandCounts before = client.commands();
   const std::int64_t heapBefore = heapInUse();
   const Clock::time_point start = Clock::now();
-  for (std::size_t i = 0; i < routes.routes.size(); ++i) {
-    result.requests += static_cast<std::uint64_t>(requestOne(routes, i, client));
-    progress_.doneIs(i);
-  }
+  result.requests = requestAll(routes, client);
   result.loadSeconds = secondsSince(start);
   result.heapGrowth = heapInUse() - heapBefore;
   result.commands = {.prefix = client.commands().prefix - before.prefix,

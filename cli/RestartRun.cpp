@@ -11,6 +11,7 @@
 #include "agent/restart/RestartHelper.h"
 #include "agent/restart/RowAccess.h"
 #include "agent/source/RouteOrder.h"
+#include "cli/BatchedRequests.h"
 #include "cli/ChipCheck.h"
 #include "cli/FileCopy.h"
 #include "cli/GroupListFile.h"
@@ -264,11 +265,13 @@ void RestartRun::resync() {
     Agent::sortRoutes(routes(family));
     progress_.stepIs(std::string("requesting ") + Agent::familyName(family), routes(family).size());
     const Clock::time_point start = Clock::now();
+    BatchedRequests batch(client);
     std::uint64_t done = 0;
     for (const RouteEntry& route : routes(family)) {
-      client.routeIs({.vrf = 0, .prefix = route.prefix}, wantedGroup(route));
+      batch.add({.key = {.vrf = 0, .prefix = route.prefix}, .group = wantedGroup(route)}, done);
       progress_.doneIs(++done);
     }
+    batch.flush();
     result_.family(family).resyncSeconds = secondsSince(start);
   }
   progress_.stepIs("withdrawing", 0);

@@ -13,6 +13,7 @@
 #include "agent/restart/RestartHelper.h"
 #include "agent/restart/RowAccess.h"
 #include "agent/source/RouteOrder.h"
+#include "cli/BatchedRequests.h"
 #include "cli/Progress.h"
 #include "cli/RouteInput.h"
 #include "cli/WantedGroups.h"
@@ -46,12 +47,15 @@ std::unique_ptr<Session> loadedSession(const ShellOptions& options, Progress& pr
     std::vector<Agent::RouteEntry>& routes = input.table.routes(family);
     Agent::sortRoutes(routes);
     progress.stepIs(std::string("loading ") + Agent::familyName(family), routes.size());
+    BatchedRequests batch(session->client().family(family));
     std::uint64_t done = 0;
     for (const Agent::RouteEntry& route : routes) {
-      session->client().family(family).routeIs({.vrf = 0, .prefix = route.prefix},
-                                               ids[groups.groupOf(route, /*changed=*/false)]);
+      batch.add({.key = {.vrf = 0, .prefix = route.prefix},
+                 .group = ids[groups.groupOf(route, /*changed=*/false)]},
+                done);
       progress.doneIs(++done);
     }
+    batch.flush();
   }
   return session;
 }
