@@ -20,18 +20,24 @@ struct Options {
   bool counts = false;
 };
 
+const char* nameOf(const Options& options) {
+  return options.through == "library"  ? "tarnlet_library"
+         : options.through == "client" ? "tarnlet_client"
+                                       : "tarnlet_batches";
+}
+
 int run(const Options& options) {
   const Workload workload(options.workload);
   const XdkSim::Chip chip(XdkSim::findProfile(options.chip));
-  return runLoads(("tarnlet_" + options.through).c_str(), options.workload, workload,
-                  [&](Agent::Family family, const std::vector<WorkRoute>& routes) {
-                    return options.through == "library"
-                               ? makeLibrarySubject(chip, family, routes, options.drainEvery)
-                               : makeClientSubject(
-                                     chip, family, routes,
-                                     options.through == "batches" ? options.batch : 1);
-                  },
-                  options.counts);
+  return runLoads(
+      nameOf(options), options.workload, workload,
+      [&](Agent::Family family, const std::vector<WorkRoute>& routes) {
+        return options.through == "library"
+                   ? makeLibrarySubject(chip, family, routes, options.drainEvery)
+                   : makeClientSubject(chip, family, routes,
+                                       options.through == "batches" ? options.batch : 1);
+      },
+      options.counts);
 }
 
 int main(int argc, char** argv) {

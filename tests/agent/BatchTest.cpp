@@ -111,10 +111,8 @@ TEST_P(BatchOn, leavesWhatTheSameRequestsOneByOneLeave) {
   FamilyClient& family = chip.client.family(GetParam().family);
   FamilyClient& otherFamily = other.client.family(GetParam().family);
   for (const U32 size : {1U, 5U, 26U, 27U, 28U, 29U, 33U, 1500U}) {
-    std::vector<RouteChange> changes;
-    for (U32 i = 0; i < size; ++i) {
-      changes.push_back(randomChange());
-    }
+    std::vector<RouteChange> changes(size);
+    std::generate(changes.begin(), changes.end(), [this] { return randomChange(); });
     std::vector<Answer> expected;
     for (const auto& [key, group] : changes) {
       expected.push_back(group == SwId() ? otherFamily.routeDel(key)
