@@ -285,7 +285,7 @@ Verdict verify(const ObjectPlace& operation,
 }  // namespace
 
 Verdict get(Session& session, const Command& command, Output& output) {
-  requireWords(command, 0, 1, "get [PATH]");
+  requireWords(command, 0, 1, "get [PATH], a member as PATH[KEY]");
   if (command.words.empty()) {
     for (const std::string& root : rootPaths()) {
       if (output.json()) {
