@@ -33,7 +33,7 @@ Sennet::SystemStatus::Ptr systemStatusOf(const XdkSim::Chip& chip) {
   for (const U32 number : kContexts) {
     status->tableContextIs(number, Halyard::TableContextEntry::Ptr(new ChipContext(chip, number)));
   }
-  const Sennet::SystemStatus::Ptr system(new Sennet::SystemStatus());
+  Sennet::SystemStatus::Ptr system(new Sennet::SystemStatus());
   system->chipIs(Vellor::Name(chip.profile().name.c_str()), status);
   return system;
 }

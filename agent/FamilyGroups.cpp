@@ -31,6 +31,7 @@ std::vector<LpmPrefix::Ptr> byRow(const Tarnlet::LpmSm& sm,
   }
   std::sort(order.begin(), order.end());
   std::vector<LpmPrefix::Ptr> result;
+  result.reserve(order.size());
   for (const auto& [row, i] : order) {
     result.push_back(prefixes[i]);
   }

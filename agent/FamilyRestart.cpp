@@ -159,6 +159,7 @@ std::vector<AdoptedBlock> FamilyClient::adoptedBlocks() const {
     ++adopted.routes;
   }
   std::vector<AdoptedBlock> result;
+  result.reserve(blocks.size());
   for (const auto& [key, adopted] : blocks) {
     result.push_back(adopted);
   }

@@ -11,7 +11,6 @@ namespace Quarle::Agent {
 
 namespace {
 
-using Brumel::BestFitAllocator;
 using Tarnlet::ConfigBase;
 using Tarnlet::LpmSm;
 using Tarnlet::PrefixTableConfig;

@@ -74,7 +74,7 @@ int restart(const RestartOptions& options) {
 /// The first word behind the command that it does not know, or nothing.
 std::string unknownOption(const CLI::App& command, const std::vector<std::string>& words) {
   for (const std::string& word : words) {
-    const std::string name = word.substr(0, word.find('='));
+    std::string name = word.substr(0, word.find('='));
     if (name.starts_with("--") && command.get_option_no_throw(name) == nullptr) {
       return name;
     }

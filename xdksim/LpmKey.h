@@ -71,6 +71,8 @@ struct LpmKey {
     if (count == 0) {
       return;
     }
+    // The analyzer does not see what callers know of `count`.
+    // NOLINTBEGIN(clang-analyzer-core.UndefinedBinaryOperatorResult)
     const U64 aligned = value << (64 - count);
     const U64 mask = lowBits(count) << (64 - count);
     const U32 offset = first % 64;
@@ -80,6 +82,7 @@ struct LpmKey {
       U64& next = words[first / 64 + 1];
       next = (next & ~(mask << (64 - offset))) | aligned << (64 - offset);
     }
+    // NOLINTEND(clang-analyzer-core.UndefinedBinaryOperatorResult)
   }
 
   /// This key's first `length` bits, zeros behind.

@@ -9,7 +9,6 @@ namespace Quarle::Agent {
 
 namespace {
 
-using Tarnlet::LpmSm;
 using Tarnlet::NextHopBlockList;
 using Tarnlet::NhiInfo;
 using Tarnlet::NhiTableIdx;

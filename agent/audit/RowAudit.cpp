@@ -12,7 +12,6 @@ namespace Quarle::Agent {
 namespace {
 
 using Tarnlet::LpmPrefix;
-using Tarnlet::NextHopBlock;
 using Tarnlet::PrefixTable;
 using Tarnlet::PrefixTableConfig;
 using Tarnlet::PrefixTableIdx;

@@ -132,7 +132,7 @@ AuditReport auditFamily(const AuditedFamily& family, const AuditOptions& options
 
 std::optional<AuditFault> auditRoute(const FamilyClient& family, const RouteKey& route) {
   const Tarnlet::LpmSm& engine = family.engine();
-  const Tarnlet::ConfigBase::Ptr config = engine.config();
+  const Tarnlet::ConfigBase::Ptr& config = engine.config();
   const auto ipv4 = Vellor::dynamicPtrCast<Tarnlet::ConfigV4>(config);
   const auto ipv6 = Vellor::dynamicPtrCast<Tarnlet::ConfigV6>(config);
   const PrefixStore prefixes = ipv4 != nullptr ? PrefixStore(ipv4) : PrefixStore(ipv6);

@@ -12,7 +12,6 @@ namespace Quarle::Cli {
 
 namespace {
 
-using Agent::Family;
 using Vellor::AttributeKind;
 using Vellor::GenericIf;
 
@@ -98,17 +97,16 @@ Candidates attributesOf(const Session& session, const std::string& path, const s
 }
 
 Candidates paths(const Session& session, const std::string& begin) {
-  const Candidates roots = startingWith(begin, rootPaths());
+  Candidates roots = startingWith(begin, rootPaths());
   const bool isRoot = roots.size() == 1 && roots[0] == begin;
   if (!roots.empty() && !isRoot) {
     return roots;
   }
   const std::size_t bracket = openBracket(begin);
   if (bracket != std::string::npos) {
-    const std::string path = begin.substr(0, bracket);
-    Candidates candidates = keysOf(session, path, begin.substr(bracket + 1));
+    Candidates candidates = keysOf(session, begin.substr(0, bracket), begin.substr(bracket + 1));
     for (std::string& key : candidates) {
-      key = path + "[" + key + "]";
+      key.insert(0, begin, 0, bracket + 1).append("]");
     }
     return candidates;
   }
@@ -152,7 +150,7 @@ Candidates calls(const Session& session,
   if (equals != std::string::npos) {
     Candidates candidates = paths(session, begin.substr(equals + 1));
     for (std::string& candidate : candidates) {
-      candidate = begin.substr(0, equals + 1) + candidate;
+      candidate.insert(0, begin, 0, equals + 1);
     }
     return candidates;
   }

@@ -12,7 +12,6 @@ namespace Quarle::Cli {
 namespace {
 
 using Agent::Family;
-using Vellor::AttributeFace;
 using Vellor::AttributeId;
 using Vellor::AttributeKind;
 using Vellor::AttributeOp;
@@ -96,12 +95,15 @@ std::string rootOf(const std::string& path) {
                    nearestText(begin, rootPaths()));
 }
 
+[[noreturn]] void raiseIsOperation(const std::string& path, const std::string& name) {
+  throw ShellError(path + "." + name + " is an operation, expected: call " + path + " " + name);
+}
+
 AttributeId attributeOf(const GenericIf& holder, const std::string& path, const std::string& name) {
   for (AttributeId id = 0; id < holder.attributes(); ++id) {
     if (holder.attributeString(id) == Vellor::String8(name)) {
       if (holder.attributeFace(id).kind == AttributeKind::operation) {
-        throw ShellError(path + "." + name + " is an operation, expected: call " + path + " " +
-                         name);
+        raiseIsOperation(path, name);
       }
       return id;
     }
@@ -120,7 +122,7 @@ GenericIf::Ptr keyByText(const Session& session,
                          const std::string& text) {
   const GenericIf::Iterator_::Ptr member = membersOf(place);
   for (; member->nonNull(); member->inc()) {
-    const GenericIf::Ptr key = member->key();
+    GenericIf::Ptr key = member->key();
     if (keyTextOf(session, key) == text) {
       return key;
     }

@@ -39,7 +39,10 @@ std::string pathOf(const Session& session, const Tarnlet::PrefixTable& table) {
 
 std::string pathOf(const Session& session, const Tarnlet::SubTrie& subTrie) {
   const Tarnlet::PrefixTable* table = subTrie.table();
-  const std::string tablePath = table == nullptr ? "" : pathOf(session, *table);
+  if (table == nullptr) {
+    return "";
+  }
+  const std::string tablePath = pathOf(session, *table);
   if (tablePath.empty() || table->subTrie(subTrie.index()).get() != &subTrie) {
     return "";
   }

@@ -45,6 +45,7 @@ constexpr std::array kVerbs = {
 
 std::vector<std::string> verbNames() {
   std::vector<std::string> names;
+  names.reserve(kVerbs.size());
   for (const Verb& verb : kVerbs) {
     names.emplace_back(verb.help.name);
   }

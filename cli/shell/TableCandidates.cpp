@@ -29,6 +29,7 @@ U32 commonBits(const XdkSim::LpmKey& a, const XdkSim::LpmKey& b, U32 most) {
 /// Names the first few.
 std::string routesText(Agent::Family family, const std::vector<LpmPrefix::Ptr>& prefixes) {
   std::vector<std::string> routes;
+  routes.reserve(prefixes.size());
   for (const LpmPrefix::Ptr& prefix : prefixes) {
     routes.push_back(Agent::toText(Agent::routeKeyOf(family, *prefix)));
   }

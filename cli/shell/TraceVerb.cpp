@@ -87,7 +87,7 @@ Verdict trace(Session&, const Command& command, Output& output) {
       if (output.json()) {
         output.object({{"unit", unit}, {"levels", levels}});
       } else {
-        output.line(unit + " " + levels);
+        output.line(std::string(unit).append(" ").append(levels));
       }
     }
     return Verdict::done;
