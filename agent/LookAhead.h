@@ -40,8 +40,8 @@ class LookAhead {
   /// What is known of a change: an installed route by its prefix, a new one by the row where the
   /// engine looks first.
   struct Coming {
-    // Else it is refused at the door.
-    bool isSound = false;
+    // Nothing is asked for it.
+    bool isPassedOver = true;
     Tarnlet::LpmPrefix::Ptr prefix;
     const Tarnlet::PrefixTable* table = nullptr;
     Tarnlet::PrefixTableIdx row;
@@ -59,6 +59,10 @@ class LookAhead {
   static constexpr std::size_t kRing = 32;
 
   static const std::array<Stage, 7> kStages;
+
+  /// Whether its objects are not at hand already, as they are where a change follows its neighbour,
+  /// and it will get as far as them.
+  bool isWorthIt(std::size_t change) const;
 
   void place(std::size_t change, Coming& coming);
   void prefixOrRow(std::size_t change, Coming& coming);

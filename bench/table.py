@@ -1,8 +1,9 @@
 """Result lines of RouteBench and the peers as one Markdown table: table.py [--cpu] FILE
 
 A rate is the median of the runs in thousands of routes a second (least-most); with --cpu, a second
-of the process's own CPU time, which others on the machine disturb less. A ratio is the library's
-median rate over the row's, of the same family, order and number of routes."""
+of the process's own CPU time, which others on the machine disturb less. A ratio is the median rate
+of the client driven by batches over the row's, of the same family, order and number of routes; where
+it did not run, that of the library."""
 
 import json
 import statistics
@@ -10,7 +11,7 @@ import sys
 from collections import defaultdict
 
 OPS = ("insert", "update", "delete")
-OURS = "tarnlet_library"
+OURS = ("tarnlet_batches", "tarnlet_library")
 
 
 def read(path, by_cpu):
@@ -47,7 +48,7 @@ def row(family, order, routes, name, ops, ours):
     cells += [rate(ops[op]) for op in OPS]
     for op in OPS:
         ratio = median(ours[op], "rate") / median(ops[op], "rate") if ours else None
-        cells.append("-" if ratio is None or name == OURS else f"{ratio:.2f}")
+        cells.append("-" if ratio is None or ops is ours else f"{ratio:.2f}")
     cells.append(f"{median(ops['insert'], 'bytes_per_route'):,.0f}")
     cells.append(f"{busy(ops):.2f}")
     unserved = sum(line["unserved"] for lines in ops.values() for line in lines)
@@ -67,8 +68,9 @@ def main():
     print("|---|---|--:|---|--:|--:|--:|--:|--:|--:|--:|--:|--:|")
     for (family, order, routes), names in sorted(read(paths[0], by_cpu).items()):
         whole = {name: ops for name, ops in names.items() if routes and all(ops[op] for op in OPS)}
+        ours = next((whole[name] for name in OURS if name in whole), None)
         for name, ops in whole.items():
-            print(row(family, order, routes, name, ops, whole.get(OURS)))
+            print(row(family, order, routes, name, ops, ours))
 
 
 main()
