@@ -11,7 +11,7 @@ using Tarnlet::LpmPrefix;
 using Tarnlet::SubTrie;
 
 // Far enough for the memory to answer, near enough that the first cache still has it.
-constexpr std::array<LookAhead::Stage, 7> LookAhead::kStages = {{
+constexpr LookAhead::Stages LookAhead::kStages = {{
     {&LookAhead::place, 27},
     {&LookAhead::prefixOrRow, 21},
     {&LookAhead::subTrie, 16},

@@ -55,10 +55,12 @@ class LookAhead {
     std::size_t distance;
   };
 
+  using Stages = std::array<Stage, 7>;
+
   // More than the longest distance; a power of two.
   static constexpr std::size_t kRing = 32;
 
-  static const std::array<Stage, 7> kStages;
+  static const Stages kStages;
 
   /// Whether its objects are not at hand already, as they are where a change follows its neighbour,
   /// and it will get as far as them.
@@ -82,7 +84,7 @@ class LookAhead {
   const std::span<const RouteChange> changes_;
   std::array<Coming, kRing> ring_;
   // For each stage the first change that it has not seen.
-  std::array<std::size_t, 7> next_{};
+  std::array<std::size_t, std::tuple_size_v<Stages>> next_{};
 };
 
 }  // namespace Quarle::Agent

@@ -305,9 +305,12 @@ void LoadRun::makeChanges() {
   const std::uint64_t all = table4_.routes.size() + table6_.routes.size();
   runPhase("changes", [&](Table& table, Agent::FamilyClient& client) {
     const std::uint64_t size = table.routes.size();
+    if (size == 0) {
+      return std::uint64_t{0};
+    }
     const std::uint64_t share4 = options_.changes * table4_.routes.size() / all;
     const std::uint64_t share = &table == &table4_ ? share4 : options_.changes - share4;
-    for (std::uint64_t done = 0; size != 0 && done < share; ++done) {
+    for (std::uint64_t done = 0; done < share; ++done) {
       change(table, changes_.below(static_cast<std::uint32_t>(size)), client);
       progress_.doneIs(done * size / share);
     }

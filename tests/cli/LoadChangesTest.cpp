@@ -77,6 +77,14 @@ TEST(LoadChanges, ofATableOfOneFamilyAreAllItsOwn) {
   EXPECT_EQ(changes.at("ipv6").at("requests"), 0);
 }
 
+TEST(LoadChanges, ofATableWithoutRoutesAreNone) {
+  const Testing::TemporaryDirectory directory;
+  const json changes =
+      jsonOf("--rib " + directory.file("none.txt", "# none\n") + " --changes 70").at("phases")[1];
+  EXPECT_EQ(changes.at("ipv4").at("requests"), 0);
+  EXPECT_EQ(changes.at("ipv6").at("requests"), 0);
+}
+
 TEST(LoadChanges, comeBehindTheLoadAndTheChurn) {
   const json result = jsonOf("--synthetic 600,200 --changes 400 --churn");
   std::vector<std::string> names;
