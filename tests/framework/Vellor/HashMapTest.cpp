@@ -203,6 +203,25 @@ TEST(HashMap, equalHashesKeepTheirOrderThroughGrowth) {
   EXPECT_EQ(map.value(keyAt(0xffffffff, 300)), 0U);
 }
 
+TEST(HashMap, theLikelyMemberIsTheFirstOfTheHashAlone) {
+  // Both small and large enough to have homes.
+  for (const U32 members : {3U, 300U}) {
+    HashMap<CollidingKey, U32> map;
+    EXPECT_EQ(map.likely(keyAt(0, 0)), nullptr);
+    for (U32 id = 1; id <= members; ++id) {
+      map.set(keyAt(id << 20, id), id);
+    }
+    map.set(keyAt(2U << 20, 1000), 1000);
+    for (U32 id = 1; id <= members; ++id) {
+      ASSERT_NE(map.likely(keyAt(id << 20, id)), nullptr) << id << " of " << members;
+      EXPECT_EQ(map.likely(keyAt(id << 20, id))->value, id) << members;
+    }
+    EXPECT_EQ(map.likely(keyAt(2U << 20, 1000))->value, 2U) << "the one that came first";
+    EXPECT_EQ(map.likely(keyAt((2U << 20) + 1, 2)), nullptr);
+    EXPECT_EQ(map.likely(keyAt((members + 1) << 20, 0)), nullptr);
+  }
+}
+
 TEST(HashMap, aCopyIsIndependentAndKeepsTheOrder) {
   HashMap<CollidingKey, std::string> map;
   for (U32 id = 0; id < 30; ++id) {
