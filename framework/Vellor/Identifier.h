@@ -39,6 +39,8 @@ class Identifier {
   }
 
   friend constexpr bool operator==(Identifier, Identifier) = default;
+  // The check takes the 0 that a rewritten comparison compares with for a pointer.
+  // NOLINTNEXTLINE(modernize-use-nullptr)
   friend constexpr auto operator<=>(Identifier, Identifier) = default;
 
   /// The bare decimal value.
