@@ -21,6 +21,13 @@ struct RouteChange;
 /// later, so that the waits of many requests overlap. It changes nothing, and what it guesses wrong
 /// costs a wait and no more.
 ///
+/// A batch makes one for itself and leads it through its changes. It writes nothing that others
+/// read; the prefix objects of the installed routes ahead are held by it, so that the memory of one
+/// that is withdrawn meanwhile returns some changes later, with the batch at the latest.
+///
+/// Invariant: the changes between the one that is worked off and the farthest that was seen have a
+/// place in the ring each.
+///
 /// REQUIRES: the changes and what it is made of outlive it.
 class LookAhead {
  public:
